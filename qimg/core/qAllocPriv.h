@@ -1,0 +1,49 @@
+// qAllocPriv.h: the library's one allocation choke point.
+//
+// Every allocation of the library goes through these helpers; none throws. A failed allocation
+// gives null, which the caller turns into status -1. Builds with QIMG_ALLOCATION_HOOK add a
+// test-only hook (qAllocationHookPriv.h) that makes the Nth allocation fail, so tests can walk
+// every failure path; without it the check compiles to nothing.
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#ifdef QIMG_ALLOCATION_HOOK
+bool q_allocation_refused() noexcept;
+#else
+constexpr bool q_allocation_refused() noexcept { return false; }
+#endif
+
+// Raw blocks (pixel buffers, row tables, LZW output). q_malloc(0) asks for one byte, so a
+// success is never null.
+inline void* q_malloc(std::size_t bytes) noexcept {
+    if (q_allocation_refused()) return nullptr;
+    return std::malloc(bytes ? bytes : 1);
+}
+inline void* q_calloc(std::size_t count, std::size_t size) noexcept {
+    if (q_allocation_refused()) return nullptr;
+    return std::calloc(count ? count : 1, size ? size : 1);
+}
+// Like realloc: on failure the old block stays valid and owned by the caller.
+inline void* q_realloc(void* block, std::size_t bytes) noexcept {
+    if (q_allocation_refused()) return nullptr;
+    return std::realloc(block, bytes ? bytes : 1);
+}
+inline void q_free(void* block) noexcept { std::free(block); }
+
+// Objects, released with plain delete (so a virtual destructor works as usual).
+template <class T, class... Args>
+T* q_new(Args&&... args) noexcept {
+    if (q_allocation_refused()) return nullptr;
+    return new (std::nothrow) T(std::forward<Args>(args)...);
+}
+
+// Value-initialised arrays (zeroed for plain types), released with delete[].
+template <class T>
+T* q_new_array(std::size_t count) noexcept {
+    if (q_allocation_refused()) return nullptr;
+    return new (std::nothrow) T[count ? count : 1]();
+}

@@ -1,0 +1,15 @@
+// qAllocationHookPriv.h: test-only control of the allocation choke point.
+//
+// Present only in builds with QIMG_ALLOCATION_HOOK (the `make test` build). The state is per
+// thread, so tests on different threads do not disturb each other.
+#pragma once
+
+#include "qimg/core/qExport.h"
+
+#ifdef QIMG_ALLOCATION_HOOK
+// Restarts the count of allocations on this thread at 0 and makes allocation number `n`
+// (1-based) fail; n <= 0 lets every allocation through.
+QIMG_API void qimg_fail_allocation(long n);
+// Allocations asked for on this thread since the last qimg_fail_allocation().
+QIMG_API long qimg_allocation_count();
+#endif

@@ -1,0 +1,102 @@
+// qComponent.h: the component interfaces every image object implements.
+//
+//   qIComponent  any image: draw, query size, transparency kind, palette, pixel indices
+//   qILeaf       an image that owns pixels (qDirectImage, qIndexImage, qColorIndexImage)
+//   qIFrame      a component placed on a logical screen, with colour operations
+//   qIAnimation  a frame holding a sequence of frames and a current-frame cursor
+//
+// Holders keep components as qIComponent pointers and ask for a further capability with
+// dynamic_cast; a null answer means the capability is absent. The order of the virtual
+// operations is part of the interface.
+#pragma once
+
+#include "qimg/core/qExport.h"
+#include "qimg/core/qGeometry.h"
+#include "qimg/core/qPixel.h"
+#include "qimg/core/qTypes.h"
+
+class qIColormap;
+class qIMonitor;
+class qImageEdit;
+
+class QIMG_API qIComponent {
+public:
+    virtual ~qIComponent();
+    // A new, independent deep copy, owned by the caller; null when memory runs out or the
+    // component is not valid.
+    virtual qIComponent* clone() const = 0;
+    // Draws into `target`: `rect` is the target area to fill; `point` is the position in the
+    // component's image (scaled by the factors) whose pixel lands on rect's top-left corner;
+    // factors 1.0 give an unscaled copy; `opaque` asks for a plain copy ignoring transparency.
+    // 0 or a negative status.
+    virtual int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
+                     bool opaque) const = 0;
+    // The component holds a usable image.
+    virtual bool valid() const = 0;
+    // Pixel size of a leaf; logical screen size of a frame decorator or animation; extent on the
+    // screen of a GIF frame. (0, 0) when empty.
+    virtual qSize size() const = 0;
+    virtual qAlphaType alpha_hint() const = 0;
+    // The colour map of an indexed image (borrowed); null for true colour and when empty.
+    virtual const qIColormap* colormap() const = 0;
+    // The colour index at `point` (screen coordinates for a frame); -1 where there is none.
+    virtual int pixel_index(qPoint point) const;
+    virtual qComponentType component_type() const = 0;
+    // The leaf shown now (borrowed): a leaf returns itself; null when there is none.
+    virtual qIComponent* current_leaf() const = 0;
+};
+
+class QIMG_API qILeaf : public qIComponent {
+public:
+    ~qILeaf() override;
+    // The same value as component_type().
+    virtual qComponentType leaf_type() const = 0;
+};
+
+class QIMG_API qIFrame : public qIComponent {
+public:
+    ~qIFrame() override;
+    // Reduces the image to a generated palette of at most `num_colors` entries (a colour cube,
+    // grey ramp or median-cut choice) and maps the pixels to it; quantizer 0 maps to the
+    // nearest entry, any other value diffuses the error; `opaque` makes a palette without a
+    // transparent entry; the strengths scale the diffused colour and alpha error; `min_alpha` is
+    // the lowest alpha the median-cut histogram counts.
+    virtual int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer,
+                                bool opaque, float color_strength, float alpha_strength,
+                                unsigned char min_alpha, qIMonitor* monitor) = 0;
+    // Maps the image to a copy of `colormap` (the caller keeps its map).
+    virtual int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
+                                float color_strength, float alpha_strength,
+                                qIMonitor* monitor) = 0;
+    // 0, or -100 where the frame keeps no screen size of its own.
+    virtual int set_screen_size(qSize size) = 0;
+    // Position of the frame's image on the logical screen; 0 (-5 from an animation without a
+    // current frame).
+    virtual int set_offset(qPoint offset) = 0;
+    virtual qPoint offset() const = 0;
+    // A representative colour of the image; (0, 0, 0, 0) when it cannot be worked out.
+    virtual qPixRA get_rep_color() const = 0;
+};
+
+class QIMG_API qIAnimation : public qIFrame {
+public:
+    ~qIAnimation() override;
+    // Display time of the current frame in milliseconds; 0 without graphic control; -1 without
+    // a current frame.
+    virtual int frame_delay() = 0;
+    virtual int num_frames() = 0;
+    virtual int current_frame() = 0;
+    // Disposal method of the current frame; 0 when none.
+    virtual int frame_disposal() = 0;
+    // The current frame's rectangle on the screen; all zero without a current frame.
+    virtual qRect frame_rect() = 0;
+    // The current frame becomes 0 and the count of completed passes 0.
+    virtual void rewind() = 0;
+    // Origin 1 counts from the current frame, 2 from num_frames(), anything else from 0. An
+    // index inside the frames becomes current (0); otherwise nothing changes (-5).
+    virtual int seek_frame(int position, int origin) = 0;
+    // Advances the cursor, wrapping after the last frame and counting passes; unless `endless`,
+    // once the passes reach a positive loop count the cursor stays on the last frame and the
+    // result is 2; otherwise 0.
+    virtual int next_frame(bool endless) = 0;
+};

@@ -1,0 +1,23 @@
+// qimg.h: the umbrella header. Including it declares every class, enumeration and free function
+// of the library.
+//
+//   core/    value types, enumerations, status codes, the progress monitor, the component
+//            and pixel-buffer interfaces
+//   color/   colour maps
+//   raster/  views onto pixel memory and the operations that draw into them
+#pragma once
+
+#include "qimg/color/qColormap.h"
+#include "qimg/color/qIColormap.h"
+#include "qimg/color/qSafeColormap.h"
+#include "qimg/core/qComponent.h"
+#include "qimg/core/qExport.h"
+#include "qimg/core/qGeometry.h"
+#include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qIndexColor.h"
+#include "qimg/core/qMonitor.h"
+#include "qimg/core/qPixel.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/core/qTypes.h"
+#include "qimg/raster/qImageAlias.h"
+#include "qimg/raster/qImageEdit.h"

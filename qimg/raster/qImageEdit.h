@@ -1,0 +1,57 @@
+// qImageEdit.h: qImageEdit, the writable view.
+//
+// The same view as qImageAlias, bound only to writable memory, with the operations that write:
+// the block transfer, the rectangle fill, the scaled transfer and colour mapping. All of them
+// clip to both views, work row by row through the row tables, call the optional monitor after
+// each row and stop (result 1) when it answers false.
+#pragma once
+
+#include "qimg/core/qTypes.h"
+#include "qimg/raster/qImageAlias.h"
+
+class qIExColormap;
+class qIImageBuffer;
+class qIMonitor;
+
+class QIMG_API qImageEdit : public qImageAlias {
+public:
+    qImageEdit() = default;
+    ~qImageEdit() override;
+
+    // The bindings of qImageAlias, for memory that may be written.
+    int Bind(unsigned char* pixels, qSize size, int stride, qPixelType type);
+    int Bind(qIImageBuffer* buffer);
+    int Bind(qIndexImage* image);
+
+    // Copies the area of `src` that starts at `src_pos` into `dst_rect` of this view, clipped
+    // to both, converting pixel types and applying `mode` with constant `opacity` (255 = none).
+    // 0 (also when nothing is left after clipping), 1 cancelled, -5 null source or a missing
+    // palette copy, -6 unsupported mode or pixel-type pair.
+    int BitBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos, qBltMode mode,
+               unsigned char opacity, qIMonitor* monitor);
+
+    // Paints the PT_BGRA32 colour at `colour` into `dst_rect`, clipped to the view; PT_BGRA32
+    // and PT_BGR24 views only. 0 (also for an empty area), 1 cancelled, -5 null colour, -6
+    // unsupported view or colour type.
+    int FillRect(qRect dst_rect, qPixelType colour_type, const unsigned char* colour,
+                 qIMonitor* monitor);
+
+    // BitBlt magnified by (scale_x, scale_y) with nearest-neighbour sampling (method 1);
+    // factors of exactly 1.0 are BitBlt. `src_pos` is a position in the magnified source.
+    // 0, 1 cancelled, -1 no memory, -5 null source, missing palette copy or a scale factor that
+    // is not a positive finite number, -6 unsupported method, mode or type pair.
+    int ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos, float scale_x,
+                  float scale_y, int method, qBltMode mode, unsigned char opacity,
+                  qIMonitor* monitor);
+
+    // Maps the source pixels to indices of `map` in this PT_INDEX8 view, nearest colour.
+    // 0, 1 cancelled, -5 indexed source without palette copy, -6 unsupported types, -10 a pixel
+    // that cannot be mapped.
+    int map_colors(qRect area, const qImageAlias* source, qPoint source_origin,
+                   const qIExColormap* map, bool opaque, qIMonitor* monitor);
+    // The same with serpentine error diffusion of colour (and of alpha when alpha_strength > 0).
+    // Adds -1 when the error rows cannot be allocated.
+    int dither_colors(qRect area, const qImageAlias* source, qPoint source_origin,
+                      const qIExColormap* map, bool opaque, float color_strength,
+                      float alpha_strength, qIMonitor* monitor);
+};
