@@ -8,8 +8,9 @@ ENSURE := scripts/ensure-packages
 CMAKE_CONFIGURE := cmake -G "Unix Makefiles"
 
 BUILD_PACKAGES := cmake make g++ pkg-config
-TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev
-DEMO_PACKAGES := $(BUILD_PACKAGES)
+# libpng-dev: the example program writes its picture as a PNG (it is built in the test build too).
+TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libpng-dev
+DEMO_PACKAGES := $(BUILD_PACKAGES) libpng-dev
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev libstb-dev \
                   libimagequant-dev
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
