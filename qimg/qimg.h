@@ -26,6 +26,7 @@
 #include "qimg/core/qTypes.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"
+#include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qFrameDecorator.h"
 #include "qimg/image/qIndexImage.h"
 #include "qimg/raster/qImageAlias.h"
