@@ -6,9 +6,7 @@ namespace {
 constexpr int kMaxEntries = 256;
 }
 
-qColormap::~qColormap() {
-    clear();
-}
+qColormap::~qColormap() { clear(); }
 
 void qColormap::clear() {
     delete[] entries_;
