@@ -34,8 +34,8 @@ struct Mapped {
 
 enum class Mapper { kNearest, kDiffusion };
 
-Mapped map_image(const qIImageBuffer& image, const qIColormap& palette, Mapper mapper,
-                 bool opaque, float color_strength = 1.0f, float alpha_strength = 0.0f,
+Mapped map_image(const qIImageBuffer& image, const qIColormap& palette, Mapper mapper, bool opaque,
+                 float color_strength = 1.0f, float alpha_strength = 0.0f,
                  qIMonitor* monitor = nullptr, const qIExColormap* through = nullptr) {
     const qSize size = image.size();
     Mapped out{0, std::vector<unsigned char>(static_cast<size_t>(size.width) * size.height, 0xEE)};
@@ -71,12 +71,14 @@ TEST(qDitherTest, ErrorTableValues) {
         int error;
         int entry;
     };
+    // clang-format off
     const Case cases[] = {
         {1.0f, 200, 180}, {1.0f, -400, -240}, {1.0f, 160, 160}, {1.0f, 161, 160},
         {1.0f, 319, 239}, {1.0f, 320, 240},   {1.0f, -511, -240}, {1.0f, 0, 0},
         {0.5f, 3, 2},     {0.5f, -3, -2},     {0.5f, 1, 1},       {0.0f, 400, 0},
         {1e30f, 1, 240},  {-1e30f, 1, -240},  {1e30f, -2, -240},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.strength << " at " << c.error);
         int16_t table[kErrorTableSize];
@@ -94,7 +96,8 @@ TEST(qDitherTest, ExactColoursPassNoError) {
     std::mt19937 rng(1);
     BgraImage image(13, 9);
     for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 13; ++x) image.at(x, y) = rng() & 1 ? rgba(255, 255, 255) : rgba(0, 0, 0);
+        for (int x = 0; x < 13; ++x)
+            image.at(x, y) = rng() & 1 ? rgba(255, 255, 255) : rgba(0, 0, 0);
     const qSafeColormap bw = palette_of({rgba(0, 0, 0), rgba(255, 255, 255)});
     const Mapped got = map_image(image, bw, Mapper::kDiffusion, true);
     ASSERT_EQ(got.status, 0);
@@ -113,7 +116,8 @@ TEST(qDitherTest, MidGreyAlternatesUnderFullDiffusion) {
         SCOPED_TRACE(y);
         for (int x = 1; x < 10; ++x)
             EXPECT_NE(got.indices[static_cast<size_t>(y * 10 + x)],
-                      got.indices[static_cast<size_t>(y * 10 + x - 1)]) << x;
+                      got.indices[static_cast<size_t>(y * 10 + x - 1)])
+                << x;
     }
 }
 
@@ -140,7 +144,8 @@ TEST(qDitherTest, TwoLevelAlphaAndTransparentPixels) {
     BgraImage image(4, 1, rgba(200, 10, 10, 1));
     image.at(1, 0).alpha = 0;
     image.at(3, 0).alpha = 0;
-    const qSafeColormap with_t = palette_of({rgba(0, 0, 0), rgba(255, 255, 255, 0), rgba(200, 10, 10)});
+    const qSafeColormap with_t =
+        palette_of({rgba(0, 0, 0), rgba(255, 255, 255, 0), rgba(200, 10, 10)});
     for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
         SCOPED_TRACE(mapper == Mapper::kNearest ? "nearest" : "diffusion");
         const Mapped got = map_image(image, with_t, mapper, false, 1.0f, 0.0f);
@@ -159,7 +164,8 @@ TEST(qDitherTest, TwoLevelAlphaAndTransparentPixels) {
     }
 }
 
-// ---- properties ----------------------------------------------------------------------------------
+// ---- properties
+// ----------------------------------------------------------------------------------
 
 TEST(qColorMappingTest, ColoursOfThePaletteComeBackExactly) {
     qColorQuantProxy proxy;
@@ -190,7 +196,8 @@ TEST(qColorMappingTest, IndicesStayInsideThePalette) {
     for (int n : {1, 2, 3, 17, 255, 256}) {
         SCOPED_TRACE(n);
         std::vector<qPixRA> colours;
-        for (int i = 0; i < n; ++i) colours.push_back(qtest::random_colour(rng, i == n / 2 ? 0 : 255));
+        for (int i = 0; i < n; ++i)
+            colours.push_back(qtest::random_colour(rng, i == n / 2 ? 0 : 255));
         const qSafeColormap map = palette_of(colours);
         const BgraImage image = random_image(rng, 23, 11, true);
         for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
@@ -199,7 +206,8 @@ TEST(qColorMappingTest, IndicesStayInsideThePalette) {
                 ASSERT_EQ(got.status, 0);
                 for (size_t i = 0; i < got.indices.size(); ++i) {
                     ASSERT_LT(got.indices[i], n) << i;
-                    const qPixRA source = image.at(static_cast<int>(i % 23), static_cast<int>(i / 23));
+                    const qPixRA source =
+                        image.at(static_cast<int>(i % 23), static_cast<int>(i / 23));
                     if (!opaque && mapper == Mapper::kNearest && n > 1) {
                         EXPECT_EQ(source.alpha == 0, got.indices[i] == n / 2) << i;
                     }
@@ -224,7 +232,8 @@ TEST(qColorMappingTest, NoStrengthMeansNearestColour) {
         EXPECT_EQ(nearest.indices, dithered.indices);
         for (size_t i = 0; i < nearest.indices.size(); ++i) {
             const qPixRA p = image.at(static_cast<int>(i % 29), static_cast<int>(i / 29));
-            const int expected = !opaque && p.alpha == 0 ? 3 : qtest::brute_nearest(map, p.red, p.green, p.blue);
+            const int expected =
+                !opaque && p.alpha == 0 ? 3 : qtest::brute_nearest(map, p.red, p.green, p.blue);
             ASSERT_EQ(nearest.indices[i], expected) << i;
         }
     }
@@ -259,9 +268,16 @@ std::vector<unsigned char> reference_dither(const BgraImage& image, const qIColo
                 want[c] = src[c] + (3 * ahead + 5 * here + behind + 7 * run[c]) / 16;
             }
             int index;
-            if (opaque) index = qtest::brute_nearest(map, clamp(want[2]), clamp(want[1]), clamp(want[0]));
-            else if (as > 0) index = clamp(want[3]) < 128 ? t : qtest::brute_nearest(map, clamp(want[2]), clamp(want[1]), clamp(want[0]));
-            else index = p.alpha == 0 ? t : qtest::brute_nearest(map, clamp(want[2]), clamp(want[1]), clamp(want[0]));
+            if (opaque)
+                index = qtest::brute_nearest(map, clamp(want[2]), clamp(want[1]), clamp(want[0]));
+            else if (as > 0)
+                index = clamp(want[3]) < 128 ? t
+                                             : qtest::brute_nearest(map, clamp(want[2]),
+                                                                    clamp(want[1]), clamp(want[0]));
+            else
+                index = p.alpha == 0 ? t
+                                     : qtest::brute_nearest(map, clamp(want[2]), clamp(want[1]),
+                                                            clamp(want[0]));
             out[static_cast<size_t>(y * w + x)] = static_cast<unsigned char>(index);
             const qPixRA got = map.get_color(index);
             const int chosen[4] = {got.blue, got.green, got.red, got.alpha};
@@ -284,7 +300,8 @@ public:
     int num_colors() const override { return cache_.num_colors(); }
     const qPixRA* colors() const override { return cache_.colors(); }
     qPixRA get_color(int i) const override { return cache_.get_color(i); }
-    int map_color(unsigned char r, unsigned char g, unsigned char b, unsigned char a) const override {
+    int map_color(unsigned char r, unsigned char g, unsigned char b,
+                  unsigned char a) const override {
         return cache_.map_color(r, g, b, a);
     }
     int nearest_index(unsigned char r, unsigned char g, unsigned char b) const override {
@@ -307,8 +324,8 @@ TEST(qDitherTest, MatchesAStraightforwardReference) {
         const bool opaque = round % 3 == 0;
         const float cs = round % 4 == 1 ? 0.5f : 1.0f;
         const float as = round % 5 < 2 ? 0.0f : 0.8f;
-        SCOPED_TRACE(testing::Message() << "round " << round << " opaque " << opaque << " cs "
-                                        << cs << " as " << as);
+        SCOPED_TRACE(testing::Message()
+                     << "round " << round << " opaque " << opaque << " cs " << cs << " as " << as);
         const std::vector<unsigned char> expected = reference_dither(image, map, opaque, cs, as);
         const Mapped cached = map_image(image, map, Mapper::kDiffusion, opaque, cs, as);
         ASSERT_EQ(cached.status, 0);
@@ -323,8 +340,8 @@ TEST(qDitherTest, MatchesAStraightforwardReference) {
 
 TEST(qColorMappingTest, IndexedSourcesAreReadThroughTheirPaletteCopy) {
     std::mt19937 rng(9);
-    const qSafeColormap palette = palette_of({rgba(0, 0, 0), rgba(250, 0, 0), rgba(0, 250, 0),
-                                              rgba(0, 0, 250, 0), rgba(250, 250, 250)});
+    const qSafeColormap palette = palette_of(
+        {rgba(0, 0, 0), rgba(250, 0, 0), rgba(0, 250, 0), rgba(0, 0, 250, 0), rgba(250, 250, 250)});
     qtest::IndexImage image(9, 7, &palette);
     for (int y = 0; y < 7; ++y)
         for (int x = 0; x < 9; ++x) image.at(x, y) = static_cast<unsigned char>(rng() % 5);
@@ -335,8 +352,8 @@ TEST(qColorMappingTest, IndexedSourcesAreReadThroughTheirPaletteCopy) {
         ASSERT_EQ(same.status, 0);
         EXPECT_EQ(same.indices, image.pixels());
         // Opaque to a palette without the blue: index 3 takes its colour's nearest, black.
-        const qSafeColormap four = palette_of({rgba(0, 0, 0), rgba(250, 0, 0), rgba(0, 250, 0),
-                                               rgba(250, 250, 250)});
+        const qSafeColormap four =
+            palette_of({rgba(0, 0, 0), rgba(250, 0, 0), rgba(0, 250, 0), rgba(250, 250, 250)});
         const Mapped opaque = map_image(image, four, Mapper::kNearest, true);
         ASSERT_EQ(opaque.status, 0);
         for (size_t i = 0; i < opaque.indices.size(); ++i) {
@@ -365,8 +382,12 @@ TEST(qColorMappingTest, MonitorHearsEveryRowAndCanStop) {
     for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
         StopAfter all(100);
         EXPECT_EQ(map_image(image, map, mapper, true, 1, 0, &all).status, 0);
-        EXPECT_EQ(all.calls, (std::vector<std::vector<int>>{{1, 4, 0, 1}, {2, 4, 0, 1}, {3, 4, 0, 1},
-                                                            {4, 4, 0, 1}}));
+        EXPECT_EQ(all.calls, (std::vector<std::vector<int>>{
+                                 {1, 4, 0, 1},
+                                 {2, 4, 0, 1},
+                                 {3, 4, 0, 1},
+                                 {4, 4, 0, 1}
+        }));
         StopAfter two(2);
         const Mapped stopped = map_image(image, map, mapper, true, 1, 0, &two);
         EXPECT_EQ(stopped.status, 1);
@@ -397,6 +418,7 @@ TEST(qColorMappingTest, BadArgumentsWriteNothing) {
         qPoint origin;
         int status;
     };
+    // clang-format off
     const Case cases[] = {
         {"null source", &dst, nullptr, &map, qPoint(), -5},
         {"null map", &dst, &src, nullptr, qPoint(), -5},
@@ -407,6 +429,7 @@ TEST(qColorMappingTest, BadArgumentsWriteNothing) {
         {"origin pushes past the source", &dst, &src, &map, qPoint(1, 0), -5},
         {"negative origin", &dst, &src, &map, qPoint(-1, 0), -5},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(c.dst->map_colors(all, c.src, c.origin, c.map, true, nullptr), c.status);
@@ -415,7 +438,8 @@ TEST(qColorMappingTest, BadArgumentsWriteNothing) {
     }
     // An area outside the view: nothing to do for the plain mapper, no error rows for dithering.
     EXPECT_EQ(dst.map_colors(qRect(10, 10, 4, 4), &src, qPoint(), &map, true, nullptr), 0);
-    EXPECT_EQ(dst.dither_colors(qRect(10, 10, 4, 4), &src, qPoint(), &map, true, 1, 1, nullptr), -1);
+    EXPECT_EQ(dst.dither_colors(qRect(10, 10, 4, 4), &src, qPoint(), &map, true, 1, 1, nullptr),
+              -1);
     // An area hanging off the left edge: its visible columns read the source from column 2 on.
     EXPECT_EQ(dst.map_colors(qRect(-2, 1, 4, 2), &src, qPoint(2, 0), &map, true, nullptr), -5);
     EXPECT_EQ(dst.map_colors(qRect(-2, 1, 4, 2), &src, qPoint(0, 0), &map, true, nullptr), 0);

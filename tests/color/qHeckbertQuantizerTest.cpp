@@ -1,5 +1,3 @@
-#include "qimg/color/qHeckbertQuantizer.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +7,7 @@
 
 #include "color/qTestImages.h"
 #include "qimg/color/qColorQuantProxy.h"
+#include "qimg/color/qHeckbertQuantizer.h"
 #include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 
@@ -61,23 +60,25 @@ TEST(qHeckbertQuantizerTest, WorkedSplits) {
         std::vector<qPixRA> expected;
     };
     const Case cases[] = {
-        {"black and white split in two", {rgba(0, 0, 0), rgba(255, 255, 255)}, 2,
-         {rgba(0, 0, 0), rgba(255, 255, 255)}},
-        // Cells red 0..3 and green 0..2: scaled spans 48 and 48, so green is cut.
+        {        "black and white split in two",
+         {rgba(0, 0, 0), rgba(255, 255, 255)},
+         2, {rgba(0, 0, 0), rgba(255, 255, 255)}                                                                              },
+ // Cells red 0..3 and green 0..2: scaled spans 48 and 48, so green is cut.
         {"a tie of red and green goes to green",
-         {rgba(0, 0, 0), rgba(24, 0, 0), rgba(0, 16, 0), rgba(24, 16, 0)}, 2,
-         {rgba(12, 0, 0), rgba(12, 16, 0)}},
-        // Red span 4 cells (64) beats green 2 cells (48).
-        {"a longer red side is cut",
-         {rgba(0, 0, 0), rgba(32, 0, 0), rgba(0, 16, 0), rgba(32, 16, 0)}, 2,
-         {rgba(0, 8, 0), rgba(32, 8, 0)}},
-        // Blue 7 cells (56) beats red 3 (48) and green 2 (48).
-        {"blue only when strictly longest",
-         {rgba(0, 0, 0), rgba(24, 16, 0), rgba(0, 0, 56), rgba(24, 16, 56)}, 2,
-         {rgba(12, 8, 0), rgba(12, 8, 56)}},
-        {"mean rounded half up", {rgba(10, 20, 30), rgba(11, 21, 31)}, 4, {rgba(11, 21, 31)}},
-        {"weighted by pixel count", {rgba(0, 0, 0), rgba(0, 0, 0), rgba(3, 3, 3)}, 4,
-         {rgba(1, 1, 1)}},
+         {rgba(0, 0, 0), rgba(24, 0, 0), rgba(0, 16, 0), rgba(24, 16, 0)},
+         2,    {rgba(12, 0, 0), rgba(12, 16, 0)}                                                                              },
+ // Red span 4 cells (64) beats green 2 cells (48).
+        {            "a longer red side is cut",
+         {rgba(0, 0, 0), rgba(32, 0, 0), rgba(0, 16, 0), rgba(32, 16, 0)},
+         2,      {rgba(0, 8, 0), rgba(32, 8, 0)}                                                                              },
+ // Blue 7 cells (56) beats red 3 (48) and green 2 (48).
+        {     "blue only when strictly longest",
+         {rgba(0, 0, 0), rgba(24, 16, 0), rgba(0, 0, 56), rgba(24, 16, 56)},
+         2,    {rgba(12, 8, 0), rgba(12, 8, 56)}                                                                              },
+        {                "mean rounded half up", {rgba(10, 20, 30), rgba(11, 21, 31)}, 4,                   {rgba(11, 21, 31)}},
+        {             "weighted by pixel count",
+         {rgba(0, 0, 0), rgba(0, 0, 0), rgba(3, 3, 3)},
+         4,                      {rgba(1, 1, 1)}                                                                              },
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -164,9 +165,15 @@ TEST(qHeckbertQuantizerTest, CountNeverPassesThePalette) {
         bool transparent;
         int colours;
     };
-    for (const Case& c : {Case{256, false, 256}, Case{257, true, 255}, Case{1000, false, 256},
-                          Case{1000, true, 255}, Case{2147483647, true, 255}, Case{16, true, 15},
-                          Case{16, false, 16}}) {
+    for (const Case& c : {
+             Case{       256, false, 256},
+             Case{       257,  true, 255},
+             Case{      1000, false, 256},
+             Case{      1000,  true, 255},
+             Case{2147483647,  true, 255},
+             Case{        16,  true,  15},
+             Case{        16, false,  16}
+    }) {
         SCOPED_TRACE(testing::Message() << c.n << (c.transparent ? " +t" : ""));
         const auto got = quantize(image, c.n, c.transparent);
         ASSERT_EQ(static_cast<int>(got.size()), c.colours + (c.transparent ? 1 : 0));

@@ -16,7 +16,8 @@ namespace qtest {
 class BgraImage : public qIDirectImage {
 public:
     BgraImage(int width, int height, qPixRA fill = qPixRA{0, 0, 0, 255})
-        : width_(width), height_(height),
+        : width_(width),
+          height_(height),
           pixels_(static_cast<size_t>(width) * static_cast<size_t>(height), fill) {}
     bool valid() const override { return width_ > 0 && height_ > 0; }
     unsigned char* pixel_address(int row, int column) const override {
@@ -40,7 +41,9 @@ private:
 class IndexImage : public qIIndexImage {
 public:
     IndexImage(int width, int height, const qIColormap* map)
-        : width_(width), height_(height), map_(map),
+        : width_(width),
+          height_(height),
+          map_(map),
           pixels_(static_cast<size_t>(width) * static_cast<size_t>(height), 0) {}
     bool valid() const override { return width_ > 0 && height_ > 0 && map_; }
     unsigned char* pixel_address(int row, int column) const override {

@@ -1,5 +1,3 @@
-#include "qimg/gif/qGifColormap.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
@@ -7,6 +5,7 @@
 
 #include "color/qTestImages.h"
 #include "qimg/color/qSafeColormap.h"
+#include "qimg/gif/qGifColormap.h"
 
 namespace {
 
@@ -30,9 +29,8 @@ std::vector<PaletteCase> palettes() {
     add("random 2", 2, [&](int) { return qtest::random_colour(rng); });
     add("one entry", 1, [&](int) { return rgba(10, 200, 30); });
     // Every third entry transparent, the transparent ones placed where they would win.
-    add("with transparent entries", 40, [&](int i) {
-        return qtest::random_colour(rng, i % 3 == 0 ? 0 : 255);
-    });
+    add("with transparent entries", 40,
+        [&](int i) { return qtest::random_colour(rng, i % 3 == 0 ? 0 : 255); });
     // Eight colours each repeated: the lower index must win everywhere.
     std::vector<qPixRA> base;
     for (int i = 0; i < 8; ++i) base.push_back(qtest::random_colour(rng));
@@ -56,9 +54,9 @@ TEST(qGifColormapTest, EveryCellEqualsBruteForceSearch) {
             const int r = (cell >> 10) * 8 + (k & 7), g = ((cell >> 5) & 31) * 8 + 3,
                       b = (cell & 31) * 8 + 7 - (k & 7);
             const int expected = qtest::brute_nearest(c.map, r, g, b);
-            const int got = cache.nearest_index(static_cast<unsigned char>(r),
-                                                static_cast<unsigned char>(g),
-                                                static_cast<unsigned char>(b));
+            const int got =
+                cache.nearest_index(static_cast<unsigned char>(r), static_cast<unsigned char>(g),
+                                    static_cast<unsigned char>(b));
             if (got != expected) {
                 ADD_FAILURE() << "colour (" << r << ", " << g << ", " << b << "): got " << got
                               << ", brute force " << expected;
