@@ -45,8 +45,8 @@ namespace {
 struct Photo {
     std::string name;
     int width = 0, height = 0;
-    std::vector<qPixRA> bgra;          // qimg's pixel order
-    std::vector<unsigned char> rgba;   // libimagequant's
+    std::vector<qPixRA> bgra;         // qimg's pixel order
+    std::vector<unsigned char> rgba;  // libimagequant's
 };
 
 // A true-colour buffer over the photo's pixels.
@@ -84,7 +84,9 @@ Photo load(const char* name, const char* path) {
             for (int dy = 0; dy < kReduce; ++dy)
                 for (int dx = 0; dx < kReduce; ++dx)
                     for (int c = 0; c < 3; ++c)
-                        sum[c] += rgb[(static_cast<size_t>(y * kReduce + dy) * w + x * kReduce + dx) * 3 + c];
+                        sum[c] +=
+                            rgb[(static_cast<size_t>(y * kReduce + dy) * w + x * kReduce + dx) * 3 +
+                                c];
             unsigned char v[3];
             for (int c = 0; c < 3; ++c) v[c] = static_cast<unsigned char>((sum[c] + 4) / 9);
             const size_t i = static_cast<size_t>(y) * photo.width + x;
@@ -141,9 +143,8 @@ double psnr_exact_nearest(const Photo& photo, const qPixRA* palette, int count) 
 
 void set_counters(benchmark::State& state, const Photo& photo, double quality) {
     const double pixels = static_cast<double>(photo.width) * photo.height;
-    state.counters["Mpixel/s"] =
-        benchmark::Counter(pixels * 1e-6 * static_cast<double>(state.iterations()),
-                           benchmark::Counter::kIsRate);
+    state.counters["Mpixel/s"] = benchmark::Counter(
+        pixels * 1e-6 * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
     state.counters["PSNR"] = quality;
     state.counters["Mpixel"] = pixels * 1e-6;
     state.SetLabel(photo.name);

@@ -46,7 +46,9 @@ template <class Base>
 class Image : public Base {
 public:
     Image(int width, int height, int bytes_per_pixel)
-        : width_(width), height_(height), bpp_(bytes_per_pixel),
+        : width_(width),
+          height_(height),
+          bpp_(bytes_per_pixel),
           bytes_(static_cast<size_t>(width) * height * bytes_per_pixel) {}
     bool valid() const override { return true; }
     unsigned char* pixel_address(int row, int column) const override {
@@ -126,7 +128,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         check(proxy.select_colors(n, transparent) == 0, "select_colors");
         palette = proxy.colormap();
     } else {
-        const int status = proxy.create_fixed_colormap(n, static_cast<qCmapType>(kind), transparent);
+        const int status =
+            proxy.create_fixed_colormap(n, static_cast<qCmapType>(kind), transparent);
         check(kind == 3 ? status == -6 : status == 0, "create_fixed_colormap status");
         palette = proxy.fixed_colormap();
     }
