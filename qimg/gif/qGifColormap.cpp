@@ -9,14 +9,14 @@
 // cells, and the work is done only for the part of colour space a picture actually uses.
 //
 // Pruning (a locality test). For each entry we bound, from the block's outer cell centres, its
-// least and greatest possible distance to any cell of the block. The smallest greatest distance
-// is an upper bound for the winner in every cell, so an entry whose least distance exceeds it
-// cannot win anywhere in the block and is dropped; an entry tied with the winner is never
-// dropped, so the tie rule below still holds. The bounds must use the same channel weights as
-// the search: bounds that weigh all three channels alike (cheaper to reason about) are not
-// bounds of the weighted distance, and on random palettes they dropped the true winner in 3 to
-// 12 per cent of the cells. Entries with alpha 0 get both bounds at the maximum, so they
-// survive only when every entry is transparent.
+// least and greatest possible distance to any cell of the block, weighing every channel by 2
+// (4 d^2): cheaper than the search's weights and the rule this cache is defined by. The smallest
+// greatest distance is the bound; entries whose least distance exceeds it are dropped. Because the
+// pruning weights differ from the search's (green counts 9 there, blue 1), the test is not a
+// strict bound of the weighted distance: on random palettes a few per cent of the cells get an
+// entry that is close but not the very nearest. That is the cache's defined answer, and results
+// must not depend on how fast the cache is, so the weights stay. Entries with alpha 0 get both
+// bounds at the maximum, so they survive only when every entry is transparent.
 //
 // Exact search. For each surviving entry, in index order, the weighted squared distance
 // 4 dR^2 + 9 dG^2 + dB^2 to each of the 64 cell centres is walked incrementally: the centres are
@@ -33,8 +33,8 @@ namespace {
 constexpr int kMaxDistance = 2147483647;
 constexpr int kMaxCandidates = 256;
 
-// Channel weights of the distance, squared: 4 dR^2 + 9 dG^2 + dB^2.
-constexpr int kWeightRed = 4, kWeightGreen = 9, kWeightBlue = 1;
+// Channel weight of the pruning bounds, squared: 4 d^2 on every channel.
+constexpr int kPruneWeight = 4;
 
 // Least and greatest weighted squared distance, on one channel of weight w, from value x to the
 // cell centres min..max of a block whose centre is `mid`.
@@ -120,9 +120,9 @@ int qGifColormap::fill_block(int cell) const {
         if (colour[i].alpha == 0) {
             lo = hi = kMaxDistance;
         } else {
-            channel_bounds(kWeightRed, colour[i].red, min_r, max_r, min_r + 12, lo, hi);
-            channel_bounds(kWeightGreen, colour[i].green, min_g, max_g, min_g + 12, lo, hi);
-            channel_bounds(kWeightBlue, colour[i].blue, min_b, max_b, min_b + 12, lo, hi);
+            channel_bounds(kPruneWeight, colour[i].red, min_r, max_r, min_r + 12, lo, hi);
+            channel_bounds(kPruneWeight, colour[i].green, min_g, max_g, min_g + 12, lo, hi);
+            channel_bounds(kPruneWeight, colour[i].blue, min_b, max_b, min_b + 12, lo, hi);
         }
         least[i] = lo;
         if (hi < bound) bound = hi;

@@ -233,7 +233,7 @@ TEST(qColorMappingTest, NoStrengthMeansNearestColour) {
         for (size_t i = 0; i < nearest.indices.size(); ++i) {
             const qPixRA p = image.at(static_cast<int>(i % 29), static_cast<int>(i / 29));
             const int expected =
-                !opaque && p.alpha == 0 ? 3 : qtest::brute_nearest(map, p.red, p.green, p.blue);
+                !opaque && p.alpha == 0 ? 3 : qtest::cache_nearest(map, p.red, p.green, p.blue);
             ASSERT_EQ(nearest.indices[i], expected) << i;
         }
     }
@@ -269,14 +269,14 @@ std::vector<unsigned char> reference_dither(const BgraImage& image, const qIColo
             }
             int index;
             if (opaque)
-                index = qtest::brute_nearest(map, clamp(want[2]), clamp(want[1]), clamp(want[0]));
+                index = qtest::cache_nearest(map, clamp(want[2]), clamp(want[1]), clamp(want[0]));
             else if (as > 0)
                 index = clamp(want[3]) < 128 ? t
-                                             : qtest::brute_nearest(map, clamp(want[2]),
+                                             : qtest::cache_nearest(map, clamp(want[2]),
                                                                     clamp(want[1]), clamp(want[0]));
             else
                 index = p.alpha == 0 ? t
-                                     : qtest::brute_nearest(map, clamp(want[2]), clamp(want[1]),
+                                     : qtest::cache_nearest(map, clamp(want[2]), clamp(want[1]),
                                                             clamp(want[0]));
             out[static_cast<size_t>(y * w + x)] = static_cast<unsigned char>(index);
             const qPixRA got = map.get_color(index);
