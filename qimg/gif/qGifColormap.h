@@ -4,8 +4,10 @@
 // the look-ups colour mapping needs. nearest_index quantizes a colour to 5 bits per channel and
 // remembers the nearest entry for each of the 32768 cells, computing a whole 4 x 4 x 4 block of
 // cells the first time one of them is asked for. "Nearest" is the smallest weighted squared
-// distance 4 dR^2 + 9 dG^2 + dB^2 from the cell's centre, the lower index winning a tie; entries
-// with alpha 0 take part only when every entry has alpha 0.
+// distance 4 dR^2 + 9 dG^2 + dB^2 from the cell's centre, the lower index winning a tie, among
+// the entries that survive the block's pruning test (see the source: on dense palettes a few
+// per cent of cells get a close runner-up); entries with alpha 0 take part only when every entry
+// has alpha 0.
 //
 // The cache assumes the wrapped map does not change while attached; attach() or clear() is the
 // only way to invalidate it.
