@@ -5,6 +5,7 @@
 //            and pixel-buffer interfaces
 //   color/   colour maps
 //   raster/  views onto pixel memory and the operations that draw into them
+//   gif/     byte sources, the growable array, the graphic control record, LZW decoding
 #pragma once
 
 #include "qimg/color/qColormap.h"
@@ -19,5 +20,11 @@
 #include "qimg/core/qPixel.h"
 #include "qimg/core/qStatus.h"
 #include "qimg/core/qTypes.h"
+#include "qimg/gif/qFileR.h"
+#include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qIFileR.h"
+#include "qimg/gif/qLzwDecoder.h"
+#include "qimg/gif/qMemoryR.h"
+#include "qimg/gif/qObjArray.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
