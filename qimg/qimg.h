@@ -3,9 +3,13 @@
 //
 //   core/    value types, enumerations, status codes, the progress monitor, the component
 //            and pixel-buffer interfaces
+//   image/   the images that own pixels, and the frame that places one on a logical screen
 //   color/   colour maps
 //   raster/  views onto pixel memory and the operations that draw into them
 //   gif/     byte sources, the growable array, the graphic control record, LZW decoding
+//
+// qImageProxy (core/) is the facade most callers need: hand it an image, then query, edit and
+// draw it.
 #pragma once
 
 #include "qimg/color/qColormap.h"
@@ -15,6 +19,7 @@
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qImageProxy.h"
 #include "qimg/core/qIndexColor.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qPixel.h"
@@ -26,5 +31,9 @@
 #include "qimg/gif/qLzwDecoder.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/gif/qObjArray.h"
+#include "qimg/image/qColorIndexImage.h"
+#include "qimg/image/qDirectImage.h"
+#include "qimg/image/qFrameDecorator.h"
+#include "qimg/image/qIndexImage.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"

@@ -31,3 +31,15 @@ inline int q_buffer_bytes(int width, int height, qPixelType type) {
     const int64_t total = int64_t{stride} * height;
     return total > std::numeric_limits<int>::max() ? -1 : static_cast<int>(total);
 }
+
+// A floating-point value truncated toward zero to an int, saturated at the ends of the int range
+// (NaN gives 0). The plain conversion is undefined behaviour once the value leaves the range, and
+// products of caller offsets and scale factors can.
+constexpr int q_truncate_to_int(double v) {
+    constexpr double lo = static_cast<double>(std::numeric_limits<int>::min());
+    constexpr double hi = static_cast<double>(std::numeric_limits<int>::max());
+    if (!(v == v)) return 0;
+    if (v <= lo) return std::numeric_limits<int>::min();
+    if (v >= hi) return std::numeric_limits<int>::max();
+    return static_cast<int>(v);
+}

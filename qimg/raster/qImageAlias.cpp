@@ -14,7 +14,9 @@ unsigned char* offset_address(unsigned char* base, int64_t offset) {
 }
 }  // namespace
 
-qImageAlias::~qImageAlias() { release(); }
+qImageAlias::~qImageAlias() {
+    release();
+}
 
 void qImageAlias::release() {
     delete[] rows_;

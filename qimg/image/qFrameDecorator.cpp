@@ -1,0 +1,144 @@
+#include "qimg/image/qFrameDecorator.h"
+
+#include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qCheckedMathPriv.h"
+
+qFrameDecorator::~qFrameDecorator() {
+    clear();
+}
+
+void qFrameDecorator::clear() {
+    delete held_;
+    held_ = nullptr;
+    screen_size_ = qSize();
+    offset_ = qPoint();
+}
+
+qIIndexColor* qFrameDecorator::palette_side() const {
+    return dynamic_cast<qIIndexColor*>(held_);
+}
+
+int qFrameDecorator::attach(qIComponent* leaf, qPoint offset) {
+    // Emptying first would destroy a leaf that is handed back in; keep it instead.
+    if (leaf != held_) delete held_;
+    held_ = nullptr;
+    screen_size_ = qSize();
+    offset_ = qPoint();
+    if (!leaf) return -5;
+    held_ = leaf;
+    offset_ = offset;
+    screen_size_ = leaf->size();
+    return 0;
+}
+
+int qFrameDecorator::copy_from(const qFrameDecorator* source) {
+    clear();
+    if (!source || !source->valid()) return -5;
+    held_ = source->held_->clone();
+    if (!held_) return -1;
+    screen_size_ = source->screen_size_;
+    offset_ = source->offset_;
+    return 0;
+}
+
+qIComponent* qFrameDecorator::clone() const {
+    qFrameDecorator* copy = q_new<qFrameDecorator>();
+    if (!copy) return nullptr;
+    if (copy->copy_from(this) != 0) {
+        delete copy;
+        return nullptr;
+    }
+    return copy;
+}
+
+int qFrameDecorator::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x,
+                          float scale_y, bool opaque) const {
+    // The offset is in screen pixels, `point` in pixels of the magnified image. The products
+    // are taken in single precision, as the factors are, and truncated toward zero.
+    const float shift_x = static_cast<float>(offset_.x) * scale_x;
+    const float shift_y = static_cast<float>(offset_.y) * scale_y;
+    const qPoint shift(q_truncate_to_int(shift_x), q_truncate_to_int(shift_y));
+    if (!held_) return 0;
+    return held_->Draw(target, rect, point - shift, scale_x, scale_y, opaque);
+}
+
+bool qFrameDecorator::valid() const {
+    return held_ && held_->valid();
+}
+
+qSize qFrameDecorator::size() const {
+    return screen_size_.empty() ? qSize() : screen_size_;
+}
+
+qAlphaType qFrameDecorator::alpha_hint() const {
+    return held_ ? held_->alpha_hint() : AT_NONE;
+}
+
+const qIColormap* qFrameDecorator::colormap() const {
+    return held_ ? held_->colormap() : nullptr;
+}
+
+int qFrameDecorator::pixel_index(qPoint point) const {
+    return held_ ? held_->pixel_index(point - offset_) : -1;
+}
+
+qIComponent* qFrameDecorator::current_leaf() const {
+    if (const auto* frame = dynamic_cast<const qIFrame*>(held_)) return frame->current_leaf();
+    return held_;
+}
+
+int qFrameDecorator::quantize_colors(int, qCmapType, qQuantizer, bool, float, float, unsigned char,
+                                     qIMonitor*) {
+    // Colour reduction is not supported yet.
+    return -100;
+}
+
+int qFrameDecorator::quantize_colors(const qIColormap*, qQuantizer, bool, float, float,
+                                     qIMonitor*) {
+    // Colour reduction is not supported yet.
+    return -100;
+}
+
+int qFrameDecorator::set_screen_size(qSize size) {
+    screen_size_ = size;
+    return 0;
+}
+
+int qFrameDecorator::set_offset(qPoint offset) {
+    offset_ = offset;
+    return 0;
+}
+
+qPoint qFrameDecorator::offset() const {
+    if (const auto* frame = dynamic_cast<const qIFrame*>(held_)) return frame->offset() + offset_;
+    return offset_;
+}
+
+qPixRA qFrameDecorator::get_rep_color() const {
+    // Not supported yet: the colour that stands for "no answer".
+    return qPixRA{0, 0, 0, 0};
+}
+
+void qFrameDecorator::set_opaque_all() {
+    if (qIIndexColor* side = palette_side()) side->set_opaque_all();
+}
+
+bool qFrameDecorator::set_transparent(int index) {
+    qIIndexColor* side = palette_side();
+    return side && side->set_transparent(index);
+}
+
+bool qFrameDecorator::set_ex_transparent(int index) {
+    qIIndexColor* side = palette_side();
+    return side && side->set_ex_transparent(index);
+}
+
+bool qFrameDecorator::set_color(int index, qPixRA color) {
+    qIIndexColor* side = palette_side();
+    return side && side->set_color(index, color);
+}
+
+int qFrameDecorator::min_t_index() const {
+    const qIIndexColor* side = palette_side();
+    return side ? side->min_t_index() : -1;
+}

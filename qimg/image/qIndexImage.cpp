@@ -1,0 +1,131 @@
+#include "qimg/image/qIndexImage.h"
+
+#include "qimg/color/qIColormap.h"
+#include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qCheckedMathPriv.h"
+#include "qimg/image/qPixelBlockPriv.h"
+#include "qimg/raster/qImageAlias.h"
+#include "qimg/raster/qImageEdit.h"
+
+qIndexImage::~qIndexImage() {
+    clear();
+}
+
+void qIndexImage::clear() {
+    q_free(pixels_);
+    pixels_ = nullptr;
+    type_ = static_cast<qPixelType>(0);
+    width_ = 0;
+    height_ = 0;
+    colormap_ = nullptr;
+    transparent_ = -1;
+}
+
+int qIndexImage::fail(int code) {
+    clear();
+    return code;
+}
+
+int qIndexImage::Create_buffer(qSize size, qPixelType type) {
+    clear();
+    const int bytes = q_buffer_bytes(size.width, size.height, type);
+    if (bytes <= 0) return fail(-6);
+    pixels_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(bytes)));
+    if (!pixels_) return fail(-1);
+    type_ = type;
+    width_ = size.width;
+    height_ = size.height;
+    return 0;
+}
+
+int qIndexImage::set_colormap(const qIColormap* colormap, int transparent_index) {
+    if (!colormap || !colormap->valid_index(0)) return -5;
+    colormap_ = colormap;
+    if (transparent_index >= 0 && transparent_index < colormap->num_colors()) {
+        transparent_ = transparent_index;
+    }
+    return 0;
+}
+
+int qIndexImage::copy_from(const qIIndexImage* source, const qIColormap* colormap) {
+    clear();
+    if (!source) return -5;
+    if (!colormap) colormap = source->colormap();
+    if (!colormap) return -5;
+    const int rc = Create_buffer(source->size(), PT_INDEX8);
+    if (rc != 0) return rc;
+    colormap_ = colormap;
+    transparent_ = source->min_t_index();
+
+    // The indices are moved by the block transfer rather than by memcpy: it knows every source
+    // layout (PT_INDEX16 included) and refuses the ones that hold no indices. Both views get a
+    // palette copy made from equal entries with the same transparent entry, which is what lets
+    // the transfer copy indices unchanged.
+    qImageEdit destination;
+    qImageAlias from;
+    int status = destination.Bind(this);
+    if (status == 0) status = from.Bind(static_cast<const qIImageBuffer*>(source));
+    // A map whose entries differ from the source's would make the transfer skip every pixel
+    // and leave the buffer uninitialised: refuse it instead.
+    if (status == 0 && !(from.colormap() && destination.colormap()->equals(*from.colormap()))) {
+        status = -5;
+    }
+    if (status == 0) {
+        status = destination.BitBlt(qRect(size()), &from, qPoint(0, 0), BLT_COPY, 255, nullptr);
+    }
+    return status == 0 ? 0 : fail(status);
+}
+
+int qIndexImage::map_from_image(const qIImageBuffer*, qQuantizer, bool, float, float, qIMonitor*) {
+    // Mapping true colour to a palette is not supported yet.
+    return -100;
+}
+
+qIComponent* qIndexImage::clone() const {
+    qIndexImage* copy = q_new<qIndexImage>();
+    if (!copy) return nullptr;
+    if (!valid() || copy->copy_from(this) != 0) {
+        delete copy;
+        return nullptr;
+    }
+    return copy;
+}
+
+int qIndexImage::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
+                      bool opaque) const {
+    if (!target) return -5;
+    qImageAlias source;
+    const int rc = source.Bind(this);
+    if (rc != 0) return rc;
+    const qBltMode mode = opaque || alpha_hint() == AT_OPAQUE ? BLT_COPY : BLT_OVER;
+    return target->ScaledBlt(rect, &source, point, scale_x, scale_y, 1, mode, 255, nullptr);
+}
+
+bool qIndexImage::valid() const {
+    return type_ != 0 && width_ > 0 && height_ > 0 && colormap_ != nullptr &&
+           colormap_->valid_index(0) && pixels_ != nullptr;
+}
+
+qAlphaType qIndexImage::alpha_hint() const {
+    if (transparent_ >= 0) return AT_BILEVEL;
+    return colormap_ ? colormap_->alpha_hint() : AT_NONE;
+}
+
+int qIndexImage::pixel_index(qPoint point) const {
+    if (point.x < 0 || point.x >= width_ || point.y < 0 || point.y >= height_) return -1;
+    const unsigned char* pixel = pixel_address(point.y, point.x);
+    return pixel ? *pixel : -1;
+}
+
+qIComponent* qIndexImage::current_leaf() const {
+    return const_cast<qIndexImage*>(this);
+}
+
+unsigned char* qIndexImage::pixel_address(int row, int column) const {
+    return q_block_pixel_address(pixels_, width_, type_, row, column);
+}
+
+int qIndexImage::min_t_index() const {
+    if (!valid()) return -1;
+    return transparent_ >= 0 ? transparent_ : colormap_->min_t_index();
+}

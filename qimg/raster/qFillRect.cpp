@@ -1,0 +1,73 @@
+// qImageEdit::FillRect: one solid colour into a rectangle of a true-colour view.
+#include <cstdint>
+#include <cstring>
+
+#include "qimg/core/qMonitor.h"
+#include "qimg/raster/qImageEdit.h"
+
+namespace {
+
+struct FillColour {
+    unsigned char bytes[4];
+};
+
+using RowFiller = void (*)(unsigned char* row, size_t pixels, const FillColour& colour);
+
+// All written bytes equal: one byte set over the row.
+void fill_bytes32(unsigned char* row, size_t pixels, const FillColour& c) {
+    std::memset(row, c.bytes[0], pixels * 4);
+}
+void fill_bytes24(unsigned char* row, size_t pixels, const FillColour& c) {
+    std::memset(row, c.bytes[0], pixels * 3);
+}
+
+// The colour as repeated 32-bit words; a 64-byte block of them lets the compiler store wide.
+void fill_words32(unsigned char* row, size_t pixels, const FillColour& c) {
+    unsigned char block[64];
+    for (int i = 0; i < 64; i += 4) std::memcpy(block + i, c.bytes, 4);
+    size_t bytes = pixels * 4;
+    for (; bytes >= sizeof block; bytes -= sizeof block, row += sizeof block) {
+        std::memcpy(row, block, sizeof block);
+    }
+    std::memcpy(row, block, bytes);
+}
+
+// Blue, green, red into the first pixel, then copied forward; whole 48-byte blocks (16 pixels)
+// at a time once they exist, so the row ends exactly at its last pixel.
+void fill_triples24(unsigned char* row, size_t pixels, const FillColour& c) {
+    unsigned char block[48];
+    for (int i = 0; i < 48; i += 3) std::memcpy(block + i, c.bytes, 3);
+    size_t bytes = pixels * 3;
+    for (; bytes >= sizeof block; bytes -= sizeof block, row += sizeof block) {
+        std::memcpy(row, block, sizeof block);
+    }
+    std::memcpy(row, block, bytes);
+}
+
+}  // namespace
+
+int qImageEdit::FillRect(qRect dst_rect, qPixelType colour_type, const unsigned char* colour,
+                         qIMonitor* monitor) {
+    const qRect area = dst_rect.intersect(qRect(size()));
+    if (area.x < 0 || area.y < 0 || area.width <= 0 || area.height <= 0) return 0;
+
+    if (pixel_type() != PT_BGRA32 && pixel_type() != PT_BGR24) return -6;
+    if (colour_type != PT_BGRA32) return -6;
+    if (!colour) return -5;
+
+    FillColour c;
+    std::memcpy(c.bytes, colour, 4);
+    const bool colour_uniform = c.bytes[0] == c.bytes[1] && c.bytes[1] == c.bytes[2];
+    RowFiller fill;
+    if (pixel_type() == PT_BGRA32) {
+        fill = colour_uniform && c.bytes[3] == c.bytes[0] ? fill_bytes32 : fill_words32;
+    } else {
+        fill = colour_uniform ? fill_bytes24 : fill_triples24;
+    }
+
+    for (int row = 0; row < area.height; ++row) {
+        fill(pixel_address(area.y + row, area.x), static_cast<size_t>(area.width), c);
+        if (monitor && !monitor->progress(row + 1, area.height, 0, 1)) return 1;
+    }
+    return 0;
+}

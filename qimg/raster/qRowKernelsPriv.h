@@ -1,0 +1,12 @@
+// qRowKernelsPriv.h: the vectorised row converters, chosen at run time.
+//
+// Each kernel gives exactly the bytes of the portable converter of the same table cell (the
+// randomized transfer tests and the blit fuzzer compare them); they only exist for speed. The
+// processor is asked once which instruction sets it has; builds with QIMG_SCALAR_ONLY have no
+// kernels at all.
+#pragma once
+
+#include "qimg/raster/qRowConvertersPriv.h"
+
+// The fast kernel for a table cell, or null when there is none for this processor.
+qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst);
