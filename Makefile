@@ -8,7 +8,7 @@ ENSURE := scripts/ensure-packages
 CMAKE_CONFIGURE := cmake -G "Unix Makefiles"
 
 BUILD_PACKAGES := cmake make g++ pkg-config
-TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev
+TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libgif-dev
 DEMO_PACKAGES := $(BUILD_PACKAGES)
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev libstb-dev \
                   libimagequant-dev

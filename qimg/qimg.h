@@ -6,7 +6,8 @@
 //   image/   the images that own pixels, and the frame that places one on a logical screen
 //   color/   colour maps
 //   raster/  views onto pixel memory and the operations that draw into them
-//   gif/     byte sources, the growable array, the graphic control record, LZW decoding
+//   gif/     byte sources, the growable array, the graphic control record, LZW decoding,
+//            GIF frames and animations and the stream reader
 //
 // qImageProxy (core/) is the facade most callers need: hand it an image, then query, edit and
 // draw it.
@@ -26,7 +27,9 @@
 #include "qimg/core/qStatus.h"
 #include "qimg/core/qTypes.h"
 #include "qimg/gif/qFileR.h"
+#include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qIFileR.h"
 #include "qimg/gif/qLzwDecoder.h"
 #include "qimg/gif/qMemoryR.h"

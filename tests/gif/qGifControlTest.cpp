@@ -1,8 +1,9 @@
+#include "qimg/gif/qGifControl.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qMemoryR.h"
 
 namespace {

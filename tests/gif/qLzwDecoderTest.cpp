@@ -1,3 +1,5 @@
+#include "qimg/gif/qLzwDecoder.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -6,95 +8,15 @@
 #include <utility>
 #include <vector>
 
+#include "GifTestKit.h"
 #include "qimg/core/qAllocationHookPriv.h"
-#include "qimg/gif/qLzwDecoder.h"
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-// Packs codes least significant bit first, each with its own width.
-class BitWriter {
-public:
-    void put(unsigned code, int width) {
-        acc_ |= uint64_t{code} << nbits_;
-        nbits_ += width;
-        while (nbits_ >= 8) {
-            bytes_.push_back(static_cast<unsigned char>(acc_));
-            acc_ >>= 8;
-            nbits_ -= 8;
-        }
-    }
-    Bytes take() {
-        if (nbits_ > 0) bytes_.push_back(static_cast<unsigned char>(acc_));
-        acc_ = 0;
-        nbits_ = 0;
-        return std::move(bytes_);
-    }
-
-private:
-    Bytes bytes_;
-    uint64_t acc_ = 0;
-    int nbits_ = 0;
-};
-
-// A plain LZW encoder written for clarity. It tracks the code width the way a reader does: a
-// reader adds a table entry when it reads a code that follows a non-clear code, and widens its
-// codes once the next free entry no longer fits.
-struct EncodeOptions {
-    bool clear_when_full = true;  // false keeps using a full 4096-entry table
-    bool end_code = true;
-    bool leading_clear = true;
-};
-
-Bytes lzw_encode(const Bytes& input, int m, EncodeOptions options = {}) {
-    const unsigned clear = 1u << m;
-    const unsigned end = clear + 1;
-    BitWriter writer;
-    int width = m + 1;
-    unsigned next = clear + 2;
-    bool after_clear = true;  // the reader's pending code is the clear code
-    auto emit = [&](unsigned code) {
-        // With m < 2 a string code can be needed before the width can hold it; GIF uses 2..8.
-        EXPECT_EQ(code >> width, 0u) << "code " << code << " does not fit " << width << " bits";
-        writer.put(code, width);
-        if (!after_clear && next < 4096) {
-            ++next;
-            if (next > (1u << width) - 1 && next < 4096) ++width;
-        }
-        after_clear = code == clear;
-        if (code == clear) {
-            width = m + 1;
-            next = clear + 2;
-        }
-    };
-    std::map<std::pair<unsigned, unsigned char>, unsigned> dict;
-    unsigned encoder_next = clear + 2;
-    if (options.leading_clear) emit(clear);
-    if (!input.empty()) {
-        unsigned w = input[0];
-        for (size_t i = 1; i < input.size(); ++i) {
-            const unsigned char c = input[i];
-            auto found = dict.find({w, c});
-            if (found != dict.end()) {
-                w = found->second;
-                continue;
-            }
-            emit(w);
-            if (encoder_next < 4096) {
-                dict[{w, c}] = encoder_next++;
-            } else if (options.clear_when_full) {
-                emit(clear);
-                dict.clear();
-                encoder_next = clear + 2;
-            }
-            w = c;
-        }
-        emit(w);
-    }
-    if (options.end_code) emit(end);
-    return writer.take();
-}
+using gif_test::BitWriter;
+using gif_test::Bytes;
+using gif_test::EncodeOptions;
+using gif_test::lzw_encode;
 
 struct Decoded {
     // -1 when a feed failed, else 0 when the end code was seen (by a feed or by finish), else 1.
