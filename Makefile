@@ -11,7 +11,7 @@ BUILD_PACKAGES := cmake make g++ pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libgif-dev
 DEMO_PACKAGES := $(BUILD_PACKAGES)
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev libstb-dev \
-                  libimagequant-dev
+                  libimagequant-dev imagemagick
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
 FORMAT_PACKAGES := clang-format
 
@@ -37,6 +37,8 @@ bench:
 	$(CMAKE_CONFIGURE) -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DQIMG_BUILD_TESTS=OFF \
 	    -DQIMG_BUILD_BENCH=ON
 	cmake --build build/bench -j$(JOBS)
+	@[ -f build/bench/gif-dithered-1920x1080.gif ] || \
+	    tests/gif/corpus/make-corpus.sh --bench-still build/bench/gif-dithered-1920x1080.gif
 	@if [ -x build/bench/bench/qimg_bench ]; then build/bench/bench/qimg_bench; \
 	 else echo "no benchmarks built yet"; fi
 

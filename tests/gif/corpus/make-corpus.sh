@@ -8,7 +8,14 @@
 #
 # Every input is synthetic and seeded, so a rebuild with the same tool versions gives the same
 # bytes. The tests compare qimg's frames with giflib's DGifSlurp on every *.gif here.
+#
+#   make-corpus.sh --bench-still FILE   writes only the dithered 1920x1080 still the benchmark
+#                                       uses (too large to commit) to FILE
 set -euo pipefail
+if [ "${1:-}" = "--bench-still" ]; then
+    convert -seed 42 -size 1920x1080 plasma:fractal -dither FloydSteinberg -colors 256 "$2"
+    exit 0
+fi
 cd "$(dirname "$0")"
 rm -f ./*.gif
 tmp=$(mktemp -d)
