@@ -9,10 +9,11 @@ CMAKE_CONFIGURE := cmake -G "Unix Makefiles"
 
 BUILD_PACKAGES := cmake make g++ pkg-config
 # libpng-dev: the example program writes its picture as a PNG (it is built in the test build too).
-TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libpng-dev
+# libgif-dev: the GIF tests compare every frame of the corpus with giflib's reading of it.
+TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libpng-dev libgif-dev
 DEMO_PACKAGES := $(BUILD_PACKAGES) libpng-dev
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev libstb-dev \
-                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil
+                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
 FORMAT_PACKAGES := clang-format
 
@@ -38,6 +39,8 @@ bench:
 	$(CMAKE_CONFIGURE) -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DQIMG_BUILD_TESTS=OFF \
 	    -DQIMG_BUILD_BENCH=ON
 	cmake --build build/bench -j$(JOBS)
+	@[ -f build/bench/gif-dithered-1920x1080.gif ] || \
+	    tests/gif/corpus/make-corpus.sh --bench-still build/bench/gif-dithered-1920x1080.gif
 	@if [ -x build/bench/bench/qimg_bench ]; then build/bench/bench/qimg_bench; \
 	 else echo "no benchmarks built yet"; fi
 

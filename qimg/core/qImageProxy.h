@@ -25,6 +25,7 @@
 
 class qIColormap;
 class qIDirectImage;
+class qIFileR;
 class qIIndexColor;
 class qIIndexImage;
 class qIMonitor;
@@ -55,6 +56,21 @@ public:
     // Holds a deep copy of `other`'s image. 0; -5 when `other` is null or not valid (a proxy
     // handed to its own Set is emptied first, so it ends empty with -5); -1 when memory runs out.
     int Set(const qImageProxy* other);
+    // Reads a GIF file, still or animated, and holds it as an animation (frame 0 current; a
+    // still GIF is one frame, so is_animation() is false). `monitor` (may be null) hears the
+    // byte position after each image data sub-block and stops the reading by answering false.
+    // A stream that breaks off (no trailer, -3) or is stopped (1) after at least one complete
+    // frame still gives 0 with the frames read so far. A logical screen declared empty takes
+    // the size of the first frame's image. 0; -3 the file cannot be opened or is cut short;
+    // -1 out of memory, or an empty screen without any frame; otherwise the reader's code
+    // (1, -5, -6, -8, -9). When the file cannot be opened or memory runs out before reading,
+    // the proxy keeps what it held; otherwise it holds the new animation or, on failure,
+    // nothing.
+    int read_gif(const char* path, qIMonitor* monitor);
+    // The same from any byte source, for GIF bytes that are not in a file (qMemoryR over
+    // memory the caller holds). The source is read from its current position and not closed.
+    // -5 (proxy unchanged) for a null source; otherwise as above.
+    int read_gif(qIFileR* source, qIMonitor* monitor);
 
     // ---- queries ---------------------------------------------------------------------------
     // The proxy holds a usable image.

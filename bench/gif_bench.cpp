@@ -1,0 +1,259 @@
+// GIF decoding: qimg against giflib (DGifSlurp, indices, no composing) and stb_image (which
+// composes every frame into RGBA, so it does more work per pixel than the other two). Every file
+// is decoded from memory. "Mpix" counts frame pixels (each frame's width x height, summed), so
+// the three decoders are measured on the same unit.
+//
+//   GifDecode/<decoder>/corpus     every file of tests/gif/corpus per iteration
+//   GifDecode/<decoder>/dithered   a dithered 1920x1080 still (written by `make bench`)
+//   GifDecodeRatio/<input>         qimg's Mpix/s divided by giflib's and stb_image's, timed in
+//                                  the same run (best of several rounds each)
+//   GifDecodePeakMemory            heap in use while qimg reads the largest corpus file
+#include <benchmark/benchmark.h>
+#include <gif_lib.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "qimg/core/qMonitor.h"
+#include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qMemoryR.h"
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wall"
+#pragma GCC diagnostic ignored "-Wextra"
+#pragma GCC diagnostic ignored "-Wpedantic"
+#pragma GCC diagnostic ignored "-Wsign-compare"
+#pragma GCC diagnostic ignored "-Wunused-function"
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+#pragma GCC diagnostic ignored "-Wimplicit-fallthrough"
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#pragma GCC diagnostic ignored "-Wunused-but-set-variable"
+#define STB_IMAGE_STATIC
+#define STB_IMAGE_IMPLEMENTATION
+#define STBI_ONLY_GIF
+#include <stb_image.h>
+#pragma GCC diagnostic pop
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+struct Input {
+    std::string name;
+    Bytes bytes;
+    int64_t frame_pixels = 0;  // sum of every frame's width x height
+};
+
+Bytes read_file(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+int64_t qimg_decode(const Bytes& bytes) {
+    qGifAnimation animation;
+    qMemoryR source(bytes.data(), bytes.size());
+    animation.read(&source, nullptr);
+    int64_t pixels = 0;
+    for (int i = 0; i < animation.num_frames(); ++i) {
+        const qRect r = animation.frame(i)->frame_rect();
+        pixels += int64_t{r.width} * r.height;
+    }
+    return pixels;
+}
+
+struct MemoryInput {
+    const Bytes* bytes;
+    size_t at;
+};
+
+int giflib_read(GifFileType* gif, GifByteType* out, int n) {
+    auto* in = static_cast<MemoryInput*>(gif->UserData);
+    const size_t k = std::min(static_cast<size_t>(n), in->bytes->size() - in->at);
+    std::memcpy(out, in->bytes->data() + in->at, k);
+    in->at += k;
+    return static_cast<int>(k);
+}
+
+int64_t giflib_decode(const Bytes& bytes) {
+    MemoryInput input{&bytes, 0};
+    int error = 0;
+    GifFileType* gif = DGifOpen(&input, giflib_read, &error);
+    if (gif == nullptr) return 0;
+    int64_t pixels = 0;
+    if (DGifSlurp(gif) == GIF_OK) {
+        for (int i = 0; i < gif->ImageCount; ++i) {
+            pixels += int64_t{gif->SavedImages[i].ImageDesc.Width} *
+                      gif->SavedImages[i].ImageDesc.Height;
+        }
+    }
+    DGifCloseFile(gif, &error);
+    return pixels;
+}
+
+int64_t stb_decode(const Bytes& bytes) {
+    int* delays = nullptr;
+    int x = 0, y = 0, z = 0, comp = 0;
+    stbi_uc* pixels = stbi_load_gif_from_memory(bytes.data(), static_cast<int>(bytes.size()),
+                                                &delays, &x, &y, &z, &comp, 4);
+    stbi_image_free(pixels);
+    stbi_image_free(delays);
+    return int64_t{x} * y * z;
+}
+
+using Decoder = int64_t (*)(const Bytes&);
+
+const std::vector<Input>& corpus() {
+    static const std::vector<Input> files = [] {
+        std::vector<Input> out;
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(QIMG_GIF_CORPUS, error)) {
+            if (entry.path().extension() != ".gif") continue;
+            Input input{entry.path().filename().string(), read_file(entry.path())};
+            input.frame_pixels = giflib_decode(input.bytes);
+            out.push_back(std::move(input));
+        }
+        std::sort(out.begin(), out.end(),
+                  [](const Input& a, const Input& b) { return a.name < b.name; });
+        return out;
+    }();
+    return files;
+}
+
+const std::vector<Input>& dithered() {
+    static const std::vector<Input> still = [] {
+        std::vector<Input> out;
+        Input input{"dithered-1920x1080", read_file(QIMG_GIF_BENCH_STILL)};
+        if (!input.bytes.empty()) {
+            input.frame_pixels = giflib_decode(input.bytes);
+            out.push_back(std::move(input));
+        }
+        return out;
+    }();
+    return still;
+}
+
+void run(benchmark::State& state, Decoder decode, const std::vector<Input>& inputs) {
+    if (inputs.empty()) {
+        state.SkipWithError("input missing (run `make bench`)");
+        return;
+    }
+    int64_t pixels = 0, bytes = 0;
+    for (const Input& in : inputs) {
+        pixels += in.frame_pixels;
+        bytes += static_cast<int64_t>(in.bytes.size());
+    }
+    for (auto _ : state) {
+        for (const Input& in : inputs) benchmark::DoNotOptimize(decode(in.bytes));
+    }
+    state.counters["Mpix/s"] = benchmark::Counter(static_cast<double>(pixels) * 1e-6,
+                                                  benchmark::Counter::kIsIterationInvariantRate);
+    state.counters["MB/s"] = benchmark::Counter(static_cast<double>(bytes) * 1e-6,
+                                                benchmark::Counter::kIsIterationInvariantRate);
+}
+
+// Seconds per pass over `inputs`, best of `rounds` passes that each last about 50 ms.
+double best_seconds(Decoder decode, const std::vector<Input>& inputs, int rounds) {
+    using clock = std::chrono::steady_clock;
+    double best = 1e30;
+    for (int r = 0; r < rounds; ++r) {
+        int passes = 0;
+        const auto start = clock::now();
+        double elapsed = 0;
+        do {
+            for (const Input& in : inputs) benchmark::DoNotOptimize(decode(in.bytes));
+            ++passes;
+            elapsed = std::chrono::duration<double>(clock::now() - start).count();
+        } while (elapsed < 0.05);
+        best = std::min(best, elapsed / passes);
+    }
+    return best;
+}
+
+void ratio(benchmark::State& state, const std::vector<Input>& inputs) {
+    if (inputs.empty()) {
+        state.SkipWithError("input missing (run `make bench`)");
+        return;
+    }
+    int64_t pixels = 0;
+    for (const Input& in : inputs) pixels += in.frame_pixels;
+    double q = 0, g = 0, s = 0;
+    for (auto _ : state) {
+        q = best_seconds(qimg_decode, inputs, 5);
+        g = best_seconds(giflib_decode, inputs, 5);
+        s = best_seconds(stb_decode, inputs, 5);
+    }
+    state.counters["qimg_Mpix/s"] = static_cast<double>(pixels) * 1e-6 / q;
+    state.counters["giflib_Mpix/s"] = static_cast<double>(pixels) * 1e-6 / g;
+    state.counters["stb_Mpix/s"] = static_cast<double>(pixels) * 1e-6 / s;
+    state.counters["x_giflib"] = g / q;
+    state.counters["x_stb"] = s / q;
+}
+
+// Heap in use (glibc's count of allocated bytes), sampled after every data sub-block.
+size_t heap_in_use() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+class PeakSampler : public qIMonitor {
+public:
+    explicit PeakSampler(size_t base) : base_(base) {}
+    bool progress(int, int, int, int) override {
+        peak = std::max(peak, heap_in_use() - std::min(heap_in_use(), base_));
+        return true;
+    }
+    size_t peak = 0;
+
+private:
+    size_t base_;
+};
+
+void peak_memory(benchmark::State& state) {
+    const auto& files = corpus();
+    if (files.empty()) {
+        state.SkipWithError("corpus missing");
+        return;
+    }
+    const Input& largest = *std::max_element(
+        files.begin(), files.end(),
+        [](const Input& a, const Input& b) { return a.frame_pixels < b.frame_pixels; });
+    size_t peak = 0;
+    for (auto _ : state) {
+        const size_t base = heap_in_use();
+        PeakSampler sampler(base);
+        qGifAnimation animation;
+        qMemoryR source(largest.bytes.data(), largest.bytes.size());
+        animation.read(&source, &sampler);
+        peak = std::max(sampler.peak, heap_in_use() - std::min(heap_in_use(), base));
+    }
+    state.SetLabel(largest.name);
+    state.counters["peak_heap_bytes"] = static_cast<double>(peak);
+    state.counters["frame_bytes"] = static_cast<double>(largest.frame_pixels);
+    state.counters["peak/frames"] =
+        static_cast<double>(peak) / static_cast<double>(largest.frame_pixels);
+}
+
+BENCHMARK_CAPTURE(run, qimg/corpus, qimg_decode, corpus())->Name("GifDecode/qimg/corpus");
+BENCHMARK_CAPTURE(run, giflib/corpus, giflib_decode, corpus())->Name("GifDecode/giflib/corpus");
+BENCHMARK_CAPTURE(run, stb/corpus, stb_decode, corpus())->Name("GifDecode/stb_image/corpus");
+BENCHMARK_CAPTURE(run, qimg/dithered, qimg_decode, dithered())
+    ->Name("GifDecode/qimg/dithered");
+BENCHMARK_CAPTURE(run, giflib/dithered, giflib_decode, dithered())
+    ->Name("GifDecode/giflib/dithered");
+BENCHMARK_CAPTURE(run, stb/dithered, stb_decode, dithered())
+    ->Name("GifDecode/stb_image/dithered");
+BENCHMARK_CAPTURE(ratio, corpus, corpus())->Name("GifDecodeRatio/corpus")->Iterations(1);
+BENCHMARK_CAPTURE(ratio, dithered, dithered())->Name("GifDecodeRatio/dithered")->Iterations(1);
+BENCHMARK(peak_memory)->Name("GifDecodePeakMemory")->Iterations(1);
+
+}  // namespace

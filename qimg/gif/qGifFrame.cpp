@@ -1,0 +1,279 @@
+#include "qimg/gif/qGifFrame.h"
+
+#include <cstring>
+
+#include "qimg/color/qColormap.h"
+#include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qCheckedMathPriv.h"
+#include "qimg/core/qMonitor.h"
+#include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifFormatPriv.h"
+#include "qimg/gif/qIFileR.h"
+#include "qimg/gif/qLzwDecoder.h"
+#include "qimg/image/qIndexImage.h"
+
+qGifFrame::~qGifFrame() {
+    clear();
+}
+
+void qGifFrame::clear() {
+    delete control_;
+    control_ = nullptr;
+    delete image_;
+    image_ = nullptr;
+    delete local_colormap_;
+    local_colormap_ = nullptr;
+    offset_ = qPoint();
+    interlaced_ = false;
+}
+
+int qGifFrame::fail(int code) {
+    clear();
+    return code;
+}
+
+// ---- reading -----------------------------------------------------------------------------------
+
+int qGifFrame::read(qIFileR* source, const qIColormap* global_colormap, const qGifControl* control,
+                    qIMonitor* monitor) {
+    clear();
+    if (source == nullptr) return -5;
+    unsigned char descriptor[kGifImageDescriptorBytes];
+    if (source->read(descriptor, kGifImageDescriptorBytes) != kGifImageDescriptorBytes) return -3;
+    offset_ = qPoint(q_gif_u16(descriptor), q_gif_u16(descriptor + 2));
+    const qSize size(q_gif_u16(descriptor + 4), q_gif_u16(descriptor + 6));
+    const unsigned char packed = descriptor[8];
+    interlaced_ = (packed & kGifInterlacedFlag) != 0;
+
+    if ((packed & kGifColorTableFlag) != 0) {
+        const int n = 2 << (packed & kGifColorTableSizeMask);
+        unsigned char table[kGifMaxColorTableBytes];
+        if (source->read(table, 3 * n) != 3 * n) return -3;
+        local_colormap_ = q_new<qColormap>();
+        if (local_colormap_ == nullptr) return fail(-1);
+        const int rc = local_colormap_->create(n);
+        if (rc != 0) return fail(rc);
+        for (int i = 0; i < n; ++i) {
+            const unsigned char* rgb = table + 3 * i;
+            local_colormap_->set_color(i, qPixRA{rgb[2], rgb[1], rgb[0], 255});
+        }
+    }
+
+    int transparent = -1;
+    if (control != nullptr) {
+        control_ = q_new<qGifControl>(*control);
+        if (control_ == nullptr) return fail(-1);
+        transparent = control->transparent;
+    }
+    const qIColormap* colormap = local_colormap_ != nullptr
+                                     ? static_cast<const qIColormap*>(local_colormap_)
+                                     : global_colormap;
+    return decode_image(source, size, colormap, transparent, monitor);
+}
+
+int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* colormap,
+                            int transparent, qIMonitor* monitor) {
+    if (source == nullptr) return -5;
+    unsigned char min_code_size;
+    if (source->read(&min_code_size, 1) != 1) return -3;
+    const int width = size.width > 0 ? size.width : 0;
+    const int height = size.height > 0 ? size.height : 0;
+    // An image whose buffer the index image would refuse (above 2^31 - 1 bytes) is refused now,
+    // before the decoder allocates width x height bytes for it.
+    if (width > 0 && height > 0 && q_buffer_bytes(width, height, PT_INDEX8) < 0) return -6;
+    const int64_t pixels = int64_t{width} * height;  // fits: the buffer above fits an int
+
+    qLzwDecoder decoder;
+    decoder.init(min_code_size, static_cast<unsigned int>(pixels));
+    const int total = monitor != nullptr ? source->size() : 0;
+    unsigned char block[kGifMaxSubBlockBytes];
+    int state = 1;  // the decoder's last answer: 1 wants data, 0 has seen the end code
+    for (;;) {
+        unsigned char n;
+        if (source->read(&n, 1) != 1) return -3;
+        if (n == 0) break;
+        if (source->read(block, n) != n) return -3;
+        if (state != 1) continue;  // after the end code: read past, no progress
+        state = decoder.feed(block, n);
+        if (state < 0) return -9;
+        if (monitor != nullptr && !monitor->progress(source->seek(0, 1), total, 0, 1)) return 1;
+    }
+    decoder.finish();
+    if (decoder.output() == nullptr || decoder.output_size() == 0) return -9;
+
+    delete image_;
+    image_ = q_new<qIndexImage>();
+    if (image_ == nullptr) return fail(-1);
+    int rc = image_->Create_buffer(qSize(width, height), PT_INDEX8);
+    if (rc != 0) return fail(rc);
+
+    // Rows take the output from its start, in stored order; pixels it does not reach are 0.
+    const unsigned char* out = decoder.output();
+    const int64_t available = decoder.output_size();
+    int64_t taken = 0;
+    auto fill_row = [&](int row) {
+        unsigned char* dst = image_->pixel_address(row, 0);
+        const int64_t n = q_max(0, q_min(width, available - taken));
+        std::memcpy(dst, out + taken, static_cast<size_t>(n));
+        std::memset(dst + n, 0, static_cast<size_t>(width - n));
+        taken += width;
+    };
+    if (!interlaced_) {
+        for (int row = 0; row < height; ++row) fill_row(row);
+    } else {
+        for (const qGifInterlacePass& pass : kGifInterlacePasses) {
+            for (int row = pass.start; row < height; row += pass.step) fill_row(row);
+        }
+    }
+
+    rc = image_->set_colormap(colormap, transparent);
+    return rc == 0 ? 0 : fail(rc);
+}
+
+// ---- copying -----------------------------------------------------------------------------------
+
+int qGifFrame::copy_from(const qGifFrame* source, const qIColormap* global_colormap) {
+    if (source == this) return source->valid() ? 0 : -5;
+    clear();
+    if (source == nullptr) return -5;
+    const qIColormap* colormap = global_colormap;
+    if (source->local_colormap_ != nullptr) {
+        local_colormap_ = q_new<qColormap>();
+        if (local_colormap_ == nullptr) return -1;
+        const int rc = local_colormap_->copy_from(source->local_colormap_);
+        if (rc != 0) return fail(rc);
+        colormap = local_colormap_;
+    } else if (colormap == nullptr) {
+        return fail(-9);
+    }
+    if (source->control_ != nullptr) {
+        control_ = q_new<qGifControl>(*source->control_);
+        if (control_ == nullptr) return fail(-1);
+    }
+    if (source->image_ == nullptr) return fail(-5);
+    image_ = q_new<qIndexImage>();
+    if (image_ == nullptr) return fail(-1);
+    const int rc = image_->copy_from(source->image_, colormap);
+    if (rc != 0) return fail(rc);
+    offset_ = source->offset_;
+    interlaced_ = source->interlaced_;
+    return 0;
+}
+
+qIComponent* qGifFrame::clone() const {
+    qGifFrame* copy = q_new<qGifFrame>();
+    if (copy == nullptr) return nullptr;
+    if (copy->copy_from(this, nullptr) != 0) {
+        delete copy;
+        return nullptr;
+    }
+    return copy;
+}
+
+// ---- queries and drawing -------------------------------------------------------------------
+
+int qGifFrame::frame_delay() const {
+    return control_ != nullptr ? control_->delay * 10 : 0;
+}
+
+int qGifFrame::frame_disposal() const {
+    return control_ != nullptr ? control_->disposal : 0;
+}
+
+qRect qGifFrame::frame_rect() const {
+    return qRect(offset_, image_ != nullptr ? image_->size() : qSize());
+}
+
+int qGifFrame::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
+                    bool opaque) const {
+    // Written so that NaN factors are refused too.
+    if (!(scale_x >= 0.000001f) || !(scale_y >= 0.000001f) || image_ == nullptr) return -5;
+    const float shift_x = static_cast<float>(offset_.x) * scale_x;
+    const float shift_y = static_cast<float>(offset_.y) * scale_y;
+    const qPoint shift(q_truncate_to_int(shift_x), q_truncate_to_int(shift_y));
+    return image_->Draw(target, rect, point - shift, scale_x, scale_y, opaque);
+}
+
+bool qGifFrame::valid() const {
+    return image_ != nullptr && image_->valid();
+}
+
+qSize qGifFrame::size() const {
+    if (image_ == nullptr) return qSize();
+    const qSize s = image_->size();
+    return qSize(q_saturate(int64_t{s.width} + offset_.x),
+                 q_saturate(int64_t{s.height} + offset_.y));
+}
+
+qAlphaType qGifFrame::alpha_hint() const {
+    return image_ != nullptr ? image_->alpha_hint() : AT_NONE;
+}
+
+const qIColormap* qGifFrame::colormap() const {
+    return image_ != nullptr ? image_->colormap() : nullptr;
+}
+
+int qGifFrame::pixel_index(qPoint point) const {
+    return image_ != nullptr ? image_->pixel_index(point - offset_) : -1;
+}
+
+qIComponent* qGifFrame::current_leaf() const {
+    return valid() ? image_ : nullptr;
+}
+
+int qGifFrame::quantize_colors(int, qCmapType, qQuantizer, bool, float, float, unsigned char,
+                               qIMonitor*) {
+    return -100;
+}
+
+int qGifFrame::quantize_colors(const qIColormap*, qQuantizer, bool, float, float, qIMonitor*) {
+    return -100;
+}
+
+int qGifFrame::set_screen_size(qSize) {
+    return -100;
+}
+
+int qGifFrame::set_offset(qPoint offset) {
+    offset_ = offset;
+    return 0;
+}
+
+qPoint qGifFrame::offset() const {
+    return valid() ? offset_ : qPoint();
+}
+
+qPixRA qGifFrame::get_rep_color() const {
+    return qPixRA{0, 0, 0, 0};
+}
+
+// ---- palette and transparency edits ------------------------------------------------------------
+
+void qGifFrame::set_opaque_all() {
+    if (control_ != nullptr) control_->transparent = -1;
+}
+
+bool qGifFrame::set_transparent(int index) {
+    return index >= 0 && min_t_index() < 0 && set_ex_transparent(index);
+}
+
+bool qGifFrame::set_ex_transparent(int index) {
+    set_opaque_all();
+    if (index < 0) return true;
+    const qIColormap* map = colormap();
+    if (map == nullptr || index >= map->num_colors()) return false;
+    if (control_ == nullptr) {
+        control_ = q_new<qGifControl>();
+        if (control_ == nullptr) return false;
+    }
+    control_->transparent = index;
+    return true;
+}
+
+bool qGifFrame::set_color(int index, qPixRA color) {
+    return index >= 0 && local_colormap_ != nullptr && local_colormap_->set_color(index, color);
+}
+
+int qGifFrame::min_t_index() const {
+    return image_ != nullptr ? image_->min_t_index() : -1;
+}

@@ -1,0 +1,130 @@
+// qGifFrame.h: qGifFrame, one image of a GIF stream placed on the animation's screen.
+//
+// A frame holds an 8-bit index image (decoded from the stream), the offset of that image on the
+// logical screen, its local colour table when the stream gave one, and a copy of the graphic
+// control record that preceded it (delay, disposal, transparent index). The index image refers
+// to the local colour map, or else to the animation's global one, so a frame that uses the
+// global map is only usable while its animation lives. Drawing and pixel queries go to the
+// index image; the frame draws only its own image (disposal and delays are the player's).
+//
+//   qGifFrame frame;
+//   frame.read(&source, global_map, &control, monitor);   // after a 0x2C introducer
+//   frame.Draw(&view, qRect(0, 0, 100, 80), qPoint(0, 0), 1.0f, 1.0f, false);
+#pragma once
+
+#include "qimg/core/qComponent.h"
+#include "qimg/core/qExport.h"
+#include "qimg/core/qIndexColor.h"
+
+class qColormap;
+class qGifControl;
+class qIFileR;
+class qIndexImage;
+
+class QIMG_API qGifFrame : public qIFrame, public qIIndexColor {
+public:
+    // An empty frame: no image, no colour table, no control record, offset (0, 0).
+    qGifFrame() = default;
+    ~qGifFrame() override;
+    qGifFrame(const qGifFrame&) = delete;
+    qGifFrame& operator=(const qGifFrame&) = delete;
+
+    // Destroys the image, the local colour map and the control record; offset (0, 0), not
+    // interlaced.
+    void clear();
+
+    // Reads one image after its 0x2C introducer: the descriptor, the local colour table and the
+    // image data. `global_colormap` (borrowed, may be null) colours the image when it has no
+    // table of its own; `control` (may be null) is copied into the frame and gives the
+    // transparent index. 0; 1 when the monitor stopped it; -1 out of memory; -3 data cut
+    // short; -5 no colour map at all (or a null source); -6 a width or height of 0, or an
+    // image whose buffer would exceed 2^31 - 1 bytes; -9 undecodable image data. The frame
+    // may be left partly filled on failure; the reader discards it.
+    int read(qIFileR* source, const qIColormap* global_colormap, const qGifControl* control,
+             qIMonitor* monitor);
+    // Decodes the image data (code size byte and data sub-blocks) into a new index image of
+    // `size` coloured by `colormap` with transparent index `transparent`. Indices the data do
+    // not reach are 0; indices beyond width x height are ignored. The monitor hears the byte
+    // position of the source after each sub-block it decodes. Codes as for read().
+    int decode_image(qIFileR* source, qSize size, const qIColormap* colormap, int transparent,
+                     qIMonitor* monitor);
+    // Empties this frame, then makes it a copy of `source`: its own copy of a local colour map,
+    // else a reference to `global_colormap`; the control record, indices, offset and interlace
+    // flag. 0; -5 null source or no image; -9 neither a local map nor `global_colormap`; -1 out
+    // of memory. Empty after a failure.
+    int copy_from(const qGifFrame* source, const qIColormap* global_colormap);
+
+    // Display time in milliseconds (the control's hundredths x 10); 0 without a control record.
+    int frame_delay() const;
+    // Disposal method 0..7 from the control record; 0 without one.
+    int frame_disposal() const;
+    // The image's rectangle on the screen: offset and image size ((0, 0) without an image).
+    qRect frame_rect() const;
+
+    // Read access for players and tests (borrowed; null when absent).
+    const qIndexImage* image() const { return image_; }
+    const qColormap* local_colormap() const { return local_colormap_; }
+    const qGifControl* control() const { return control_; }
+    bool interlaced() const { return interlaced_; }
+
+    // ---- qIComponent -----------------------------------------------------------------------
+    // A copy made by copy_from(this, null): null for a frame without an image or without a
+    // local colour map (a frame on the global map cannot live alone).
+    qIComponent* clone() const override;
+    // The image drawn with `point` shifted by offset x scale (single precision, truncated
+    // toward zero). -5 without an image or with a scale factor below 0.000001.
+    int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
+             bool opaque) const override;
+    // An image that is valid (pixels and a colour map).
+    bool valid() const override;
+    // The extent on the screen: image size plus offset; (0, 0) without an image.
+    qSize size() const override;
+    qAlphaType alpha_hint() const override;
+    const qIColormap* colormap() const override;
+    // The index at `point` in screen coordinates; -1 outside the image or without one.
+    int pixel_index(qPoint point) const override;
+    qComponentType component_type() const override { return CT_GIF_FRAME; }
+    // The index image when valid, else null.
+    qIComponent* current_leaf() const override;
+
+    // ---- qIFrame ---------------------------------------------------------------------------
+    // Colour reduction of GIF frames is not available yet: -100.
+    int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
+                        float color_strength, float alpha_strength, unsigned char min_alpha,
+                        qIMonitor* monitor) override;
+    int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
+                        float color_strength, float alpha_strength, qIMonitor* monitor) override;
+    // A single frame has no screen of its own: -100.
+    int set_screen_size(qSize size) override;
+    int set_offset(qPoint offset) override;
+    // The offset when valid, else (0, 0).
+    qPoint offset() const override;
+    // Not available yet: (0, 0, 0, 0).
+    qPixRA get_rep_color() const override;
+
+    // ---- qIIndexColor ----------------------------------------------------------------------
+    // Transparency edits change the control record only; the decoded image keeps the
+    // transparent index it was given, so drawing and min_t_index() go by that.
+    // Clears the control record's transparent index.
+    void set_opaque_all() override;
+    // set_ex_transparent(index) when index >= 0 and no transparent index is set; else false.
+    bool set_transparent(int index) override;
+    // Clears the transparent index, then (index >= 0) makes `index` the control record's
+    // transparent index, creating a record when there is none. true for index < 0; false for
+    // an index outside the colour map, a frame without image or map, or out of memory.
+    bool set_ex_transparent(int index) override;
+    // Edits the local colour map; false without one (a frame on the global map cannot change
+    // colours) or outside it.
+    bool set_color(int index, qPixRA color) override;
+    // The image's transparent index or its map's first transparent entry; -1 without an image.
+    int min_t_index() const override;
+
+private:
+    int fail(int code);
+
+    qIndexImage* image_ = nullptr;
+    qPoint offset_;
+    bool interlaced_ = false;
+    qColormap* local_colormap_ = nullptr;
+    qGifControl* control_ = nullptr;
+};

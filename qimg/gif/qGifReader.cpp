@@ -1,0 +1,164 @@
+// qGifReader.cpp: the stream reader of qGifAnimation.
+//
+// The stream is walked one block at a time: a loop reads one introducer byte and dispatches on
+// it (image, extension, trailer), one function per block. The only state kept between blocks is
+// the last graphic control record and whether it still waits for its image: a graphic control
+// extension applies to the image descriptor that follows it directly, and any other block in
+// between cancels it.
+#include <cstring>
+
+#include "qimg/color/qColormap.h"
+#include "qimg/core/qAllocPriv.h"
+#include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifFormatPriv.h"
+#include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qIFileR.h"
+
+namespace {
+
+constexpr int kCommentGrowBy = 16;
+
+bool read_byte(qIFileR* source, unsigned char* byte) {
+    return source->read(byte, 1) == 1;
+}
+
+bool read_exact(qIFileR* source, unsigned char* buffer, int n) {
+    return source->read(buffer, n) == n;
+}
+
+}  // namespace
+
+int qGifAnimation::read(qIFileR* source, qIMonitor* monitor) {
+    reset();
+    if (source == nullptr) return -5;
+    int rc = read_header(source);
+    if (rc != 0) return rc;
+
+    qGifControl control;
+    bool control_pending = false;
+    for (;;) {
+        unsigned char introducer;
+        if (!read_byte(source, &introducer)) return -3;
+        if (introducer == kGifTrailer) return 0;
+        if (introducer == kGifImageIntroducer) {
+            rc = read_image(source, control_pending ? &control : nullptr, monitor);
+        } else if (introducer == kGifExtensionIntroducer) {
+            unsigned char label;
+            if (!read_byte(source, &label)) return -3;
+            if (label == kGifLabelGraphicControl) {
+                rc = control.read(source);
+                if (rc != 0) return rc;
+                control_pending = true;  // a later one before the image replaces it
+                continue;
+            }
+            if (label == kGifLabelComment) {
+                rc = read_comment_block(source);
+            } else if (label == kGifLabelApplication) {
+                rc = read_application(source);
+            } else {
+                // Plain text is not drawn; unknown labels are skipped by their sub-blocks.
+                rc = skip_sub_blocks(source);
+            }
+        }
+        // Any other byte between blocks is skipped, as many decoders do, so a stray padding
+        // byte does not lose the images after it.
+        if (rc != 0) return rc;
+        control_pending = false;
+    }
+}
+
+int qGifAnimation::read_header(qIFileR* source) {
+    unsigned char header[kGifHeaderBytes];
+    if (!read_exact(source, header, kGifHeaderBytes)) return -3;
+    if (std::memcmp(header, kGifSignature87a, kGifHeaderBytes) != 0 &&
+        std::memcmp(header, kGifSignature89a, kGifHeaderBytes) != 0) {
+        return -8;
+    }
+    unsigned char screen[kGifScreenBytes];
+    if (!read_exact(source, screen, kGifScreenBytes)) return -3;
+    screen_size_ = qSize(q_gif_u16(screen), q_gif_u16(screen + 2));
+    background_ = screen[5];
+    const unsigned char packed = screen[4];
+    if ((packed & kGifColorTableFlag) == 0) return 0;
+
+    const int n = 2 << (packed & kGifColorTableSizeMask);
+    unsigned char table[kGifMaxColorTableBytes];
+    if (!read_exact(source, table, 3 * n)) return -3;
+    global_colormap_ = q_new<qColormap>();
+    if (global_colormap_ == nullptr) return -1;
+    const int rc = global_colormap_->create(n);
+    if (rc != 0) {
+        reset();
+        return rc;
+    }
+    for (int i = 0; i < n; ++i) {
+        const unsigned char* rgb = table + 3 * i;
+        global_colormap_->set_color(i, qPixRA{rgb[2], rgb[1], rgb[0], 255});
+    }
+    return 0;
+}
+
+int qGifAnimation::skip_sub_blocks(qIFileR* source) {
+    unsigned char block[kGifMaxSubBlockBytes];
+    for (;;) {
+        unsigned char n;
+        if (!read_byte(source, &n)) return -3;
+        if (n == 0) return 0;
+        if (!read_exact(source, block, n)) return -3;
+    }
+}
+
+int qGifAnimation::read_application(qIFileR* source) {
+    unsigned char n;
+    unsigned char block[kGifMaxSubBlockBytes];
+    if (!read_byte(source, &n)) return -3;
+    if (!read_exact(source, block, n)) return -3;
+    if (n != kGifApplicationIdBytes) return -8;
+    const bool looping = std::memcmp(block, kGifLoopingApplicationId, kGifApplicationIdBytes) == 0;
+
+    if (!read_byte(source, &n)) return -3;
+    if (n == 0) return 0;
+    if (!read_exact(source, block, n)) return -3;
+    if (looping && n == kGifLoopingSubBlockBytes && block[0] == kGifLoopingSubBlockId) {
+        // The count says how often to repeat after the first play; 0 repeats for ever.
+        const int repeats = q_gif_u16(block + 1);
+        loop_count_ = repeats == 0 ? -1 : repeats + 1;
+    }
+    return skip_sub_blocks(source);
+}
+
+int qGifAnimation::read_comment(qIFileR* source, qObjArray<char>* comment) {
+    unsigned char block[kGifMaxSubBlockBytes];
+    for (;;) {
+        unsigned char n;
+        if (!read_byte(source, &n)) return -3;
+        if (n == 0) return 0;
+        if (!read_exact(source, block, n)) return -3;
+        for (int i = 0; i < n; ++i) {
+            if (!comment->append(static_cast<char>(block[i]))) return -1;
+        }
+    }
+}
+
+int qGifAnimation::read_comment_block(qIFileR* source) {
+    qObjArray<char>* comment = q_new<qObjArray<char>>(kCommentGrowBy);
+    if (comment == nullptr) return -1;
+    const int rc = read_comment(source, comment);
+    if (rc != 0 || !comments_.append(comment)) {
+        delete comment;
+        return rc != 0 ? rc : -1;
+    }
+    return 0;
+}
+
+int qGifAnimation::read_image(qIFileR* source, const qGifControl* control, qIMonitor* monitor) {
+    qGifFrame* frame = q_new<qGifFrame>();
+    if (frame == nullptr) return -1;
+    const int rc = frame->read(source, global_colormap_, control, monitor);
+    if (rc != 0 || !frames_.append(frame)) {
+        delete frame;
+        return rc != 0 ? rc : -1;
+    }
+    return 0;
+}

@@ -1,0 +1,79 @@
+// qLzwDecoder.h: qLzwDecoder, the variable-width LZW decoder of GIF image data.
+//
+// One decoder decodes one image: init() with the minimum code size and the number of pixels,
+// feed() once per data sub-block, finish() when the sub-blocks end. The decoded indices are in
+// output() / output_size() afterwards. Codes are read least significant bit first.
+//
+// Minimum code sizes: 2..8 are what the format uses; 0, 1 and 9..11 decode by the same rules
+// (clear code 2^m, codes up to 12 bits wide). Sizes of 12 and above leave no room for a single
+// table entry in 12-bit codes and no encoder writes them: the decoder refuses them (output()
+// stays null, feed() gives -1), which the image reader reports as undecodable data (-9).
+#pragma once
+
+#include <cstdint>
+
+#include "qimg/core/qExport.h"
+
+class QIMG_API qLzwDecoder {
+public:
+    // Codes are at most 12 bits wide, so the table has 4096 entries.
+    static constexpr int kMaxCodes = 4096;
+    static constexpr int kMaxMinCodeSize = 11;
+
+    qLzwDecoder() = default;
+    // Releases the output.
+    ~qLzwDecoder();
+    qLzwDecoder(const qLzwDecoder&) = delete;
+    qLzwDecoder& operator=(const qLzwDecoder&) = delete;
+
+    // Starts a new image: minimum code size `min_code_size` (the byte before the data), and
+    // `expected_size` decoded indices (width x height) for which the output is allocated at
+    // once (4088 bytes when it is 0). Any previous output is released. When the allocation
+    // fails, or the code size is outside 0..11, or expected_size exceeds what an int can count,
+    // there is no output and feed() reports -1.
+    void init(int min_code_size, unsigned int expected_size);
+
+    // Decodes the bytes of one data sub-block. 1: more data wanted; 0: the end code has been
+    // seen (now or before; further data are ignored); -1: a code at or above the next free
+    // table entry, an output that cannot grow, or no output at all. A code whose last bit is in
+    // the last byte of `data` is decoded by the next call (or finish()).
+    int feed(const unsigned char* data, int length);
+
+    // The data ended: decodes the codes left in the bit buffer, the last one even when some of
+    // its high bits are missing (they count as zero), and writes the pending code's string
+    // when it is a valid code. Nothing when the end code was seen.
+    void finish();
+
+    // The decoded indices so far (null without output) and their number.
+    const unsigned char* output() const { return out_; }
+    int output_size() const { return out_count_; }
+    // True once the end code has been read.
+    bool end_seen() const { return out_ != nullptr && previous_ == clear_code_ + 1u; }
+
+private:
+    struct Entry {
+        int offset;  // where the string was last written in the output
+        int length;  // its length in bytes
+    };
+
+    // The decoding loop; kFinishing runs it on the bits left when the data have ended.
+    template <bool kFinishing>
+    int decode(const unsigned char* p, const unsigned char* end, int64_t bytes_after);
+    bool grow(int64_t needed, int64_t step);
+    void release();
+
+    // The string of code c (c > end code) is table_[c].length bytes of the output starting at
+    // table_[c].offset. Codes below clear_code_ stand for themselves.
+    Entry table_[kMaxCodes];
+    int initial_width_ = 0;  // code width after a clear code: m + 1
+    int code_width_ = 0;
+    int bit_count_ = 0;        // valid bits in bit_buffer_
+    uint64_t bit_buffer_ = 0;  // next code in the low bits; bits above bit_count_ are zero or the
+                               // next input bytes in place
+    uint32_t clear_code_ = 0;  // 2^m; the end code is clear_code_ + 1
+    uint32_t previous_ = 0;    // the pending code, whose string is not written yet
+    int next_code_ = 0;        // next free table entry
+    int out_count_ = 0;
+    int out_capacity_ = 0;  // bytes the output may hold (the block has kSlack more)
+    unsigned char* out_ = nullptr;
+};
