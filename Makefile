@@ -8,7 +8,8 @@ ENSURE := scripts/ensure-packages
 CMAKE_CONFIGURE := cmake -G "Unix Makefiles"
 
 BUILD_PACKAGES := cmake make g++ pkg-config
-# libpng-dev: the example program writes its picture as a PNG (it is built in the test build too).
+# libpng-dev: the example and the command-line program read and write PNG through it.
+#: the command-line program reads and writes PNG through it.
 # libgif-dev: the GIF tests compare every frame of the corpus with giflib's reading of it.
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libpng-dev libgif-dev
 DEMO_PACKAGES := $(BUILD_PACKAGES) libpng-dev
@@ -28,11 +29,25 @@ test:
 	cmake --build build/test -j$(JOBS)
 	ctest --test-dir build/test --output-on-failure -j$(JOBS)
 
+# The demo's pictures go to demo-output/.
+DEMO_OUT := demo-output
+QIMG := build/release/tools/qimg
+SAMPLE_GIF := examples/data/qimg-sample.gif
+SAMPLE_PNG := examples/data/qimg-sample-plasma.png
 demo:
 	$(ENSURE) $(DEMO_PACKAGES)
 	$(CMAKE_CONFIGURE) -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DQIMG_BUILD_TESTS=OFF
 	cmake --build build/release -j$(JOBS)
-	build/release/examples/qimg_tour
+	mkdir -p $(DEMO_OUT)
+	$(QIMG) info $(SAMPLE_GIF)
+	$(QIMG) sheet $(SAMPLE_GIF) --scale 2 -o $(DEMO_OUT)/sample-sheet.png
+	$(QIMG) render $(SAMPLE_GIF) --frame 3 --scale 4 -o $(DEMO_OUT)/sample-frame3.png
+	$(QIMG) quantize $(SAMPLE_PNG) --colors 16 -o $(DEMO_OUT)/plasma-16-nearest.png
+	$(QIMG) quantize $(SAMPLE_PNG) --colors 16 --dither -o $(DEMO_OUT)/plasma-16-dithered.png
+	cd $(DEMO_OUT) && ../build/release/examples/qimg_tour
+	@echo
+	@echo "Pictures written to $(DEMO_OUT)/:"
+	@ls -1 $(DEMO_OUT)
 
 bench:
 	$(ENSURE) $(BENCH_PACKAGES)
@@ -65,4 +80,4 @@ install-check:
 	tests/consumer/check.sh
 
 clean:
-	rm -rf build
+	rm -rf build $(DEMO_OUT)

@@ -124,6 +124,12 @@ public:
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor);
 
+    // The animation behind the proxy (borrowed; valid until the proxy changes), so that a caller
+    // can step through the frames of a GIF read by read_gif(): seek_frame, frame_rect,
+    // frame_delay, frame_disposal (see qFrameComposer for playing them). Null when the proxy
+    // holds no animation, as after Set().
+    qIAnimation* animation() const;
+
 private:
     // Destroys the held component.
     void clear();
@@ -131,7 +137,6 @@ private:
     int hold_in_frame(qIComponent* leaf);
     // The held component as a frame, animation or palette side; null when it is none.
     qIFrame* frame() const;
-    qIAnimation* animation() const;
     qIIndexColor* palette_side() const;
 
     qIComponent* component_ = nullptr;

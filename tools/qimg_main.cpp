@@ -1,0 +1,70 @@
+// qimg: the command-line face of the library. Reads GIFs, composes and renders their frames,
+// and reduces true-colour pictures to palettes.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cli_args.h"
+#include "cli_common.h"
+#include "cli_progress.h"
+
+namespace {
+
+constexpr const char* kHelp = R"(usage: qimg COMMAND [OPTIONS]
+
+Commands:
+  info FILE.gif [--json]
+        Screen size, loop count, frame count, and for every frame its rectangle, delay,
+        disposal method, transparent index, colour-table size and interlacing.
+  render FILE.gif -o OUT.png [--frame N] [--scale SX[,SY]]
+        Writes frame N (default 0) as the screen shows it, every earlier frame composed
+        with its disposal method, magnified by nearest neighbour (factors 0.01 to 64).
+  sheet FILE.gif -o SHEET.png [--columns C] [--scale S]
+        Writes every composed frame on one contact sheet, labelled by index and delay.
+  quantize IN.png -o OUT.png --colors N [--palette adaptive|cube|gray]
+           [--dither [--color-strength S] [--alpha-strength S]] [--opaque]
+        Reduces a picture to N colours (2 to 256) and writes an indexed PNG with its
+        palette and transparency. adaptive (default) chooses the palette by median cut;
+        --dither diffuses the error (strengths 0 to 1, default 1); --opaque drops alpha.
+
+Options:
+  -h, --help     show this text
+  --version      show the version
+
+A progress bar appears on a terminal for long work; Ctrl-C stops it cleanly.
+Exit status: 0 success, 1 a file or the library refused the work, 2 a wrong command line,
+130 cancelled.
+)";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> words(argv + 1, argv + argc);
+    if (words.empty()) {
+        std::fputs(kHelp, stderr);
+        return kExitUsage;
+    }
+    const std::string command = words.front();
+    if (command == "-h" || command == "--help" || command == "help") {
+        std::fputs(kHelp, stdout);
+        return kExitOk;
+    }
+    if (command == "--version") {
+        std::printf("qimg %s\n", QIMG_VERSION_STRING);
+        return kExitOk;
+    }
+    for (const std::string& word : words) {
+        if (word == "-h" || word == "--help") {
+            std::fputs(kHelp, stdout);
+            return kExitOk;
+        }
+    }
+    TerminalProgress::install_interrupt_handler();
+    ArgList args(std::vector<std::string>(words.begin() + 1, words.end()));
+    if (command == "info") return command_info(args);
+    if (command == "render") return command_render(args);
+    if (command == "sheet") return command_sheet(args);
+    if (command == "quantize") return command_quantize(args);
+    return report_usage("unknown command '" + command + "'");
+}
