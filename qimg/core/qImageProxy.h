@@ -123,8 +123,9 @@ public:
     // entry, any other quantizer diffuses the error (color_strength, and alpha_strength > 0 for
     // alpha when `opaque` is false). `opaque` false keeps transparency: alpha-0 pixels take the
     // palette's transparent entry. 0; 1 when `monitor` stopped it; -5 when empty or for a null
-    // map or one outside 1..256 entries; -6 an unknown cmap_type; -10 transparent pixels and a
-    // map without alpha-0 entry; -1 no memory. On any non-zero result the image is unchanged.
+    // map or one outside 1..256 entries (as CM_GRAY makes for num_colors < 1 with `opaque`); -6 an
+    // unknown cmap_type; -10 transparent pixels and a map without alpha-0 entry; -1 no memory. On
+    // any non-zero result the image is unchanged.
     //
     // With a copy of `colormap` (the caller keeps its map).
     int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,

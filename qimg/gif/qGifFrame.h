@@ -103,7 +103,8 @@ public:
     // `opaque` false the pixels of the image's transparent index take the map's first alpha-0
     // entry.
     // 0; 1 when the monitor stopped the mapping; -5 a frame without valid image, a null map or
-    // one outside 1..256 entries; -6 a cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY;
+    // one outside 1..256 entries (CM_GRAY with num_colors < 1 and `opaque` true makes an
+    // empty one); -6 a cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY;
     // -10 a pixel without index (a transparent pixel and a map without alpha-0 entry); -1 no
     // memory. Whatever fails, image and local colour map stay as they were.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,

@@ -2,11 +2,11 @@
 // animation read into the facade.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <vector>
 
 #include "GifTestKit.h"
+#include "image/ReductionCase.h"
 #include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qImageProxy.h"
@@ -124,12 +124,12 @@ TEST_F(qGifFrameColorTest, GeneratedPalettes) {
         bool opaque;
         int entries;
     };
+    // The adaptive palette has four colours: the transparent index's grey counts in the prescan.
     const Case cases[] = {
-        {     "adaptive: four colours and the transparent entry",  8, CM_ADAPTIVE,   QT_NEAREST,false,  5                                                                                                },
-        {"adaptive opaque counts the transparent index's colour",  8, CM_ADAPTIVE, QT_DIFFUSION,
-         true,  4                                                                                         },
-        {                                                 "cube", 30,     CM_CUBE, QT_DIFFUSION, false, 28},
-        {                                                 "grey",  4,     CM_GRAY,   QT_NEAREST,  true,  4},
+        {       "adaptive",  8, CM_ADAPTIVE,   QT_NEAREST, false,  5},
+        {"adaptive opaque",  8, CM_ADAPTIVE, QT_DIFFUSION,  true,  4},
+        {           "cube", 30,     CM_CUBE, QT_DIFFUSION, false, 28},
+        {           "grey",  4,     CM_GRAY,   QT_NEAREST,  true,  4},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -167,44 +167,31 @@ TEST_F(qGifFrameColorTest, FailuresLeaveImageAndPaletteAsTheyWere) {
     ASSERT_EQ(opaque_map.create(2), 0);
     opaque_map.set_opaque_all();
     qColormap empty_map;
+    StopAt first_row(1);
+    StopAt last_row(4);
+    const qCmapType unknown = static_cast<qCmapType>(3);
     struct Case {
         const char* name;
         int expected;
-        std::function<int(qGifFrame&)> call;
+        qtest::Reduction call;
     };
+    // clang-format off
     const Case cases[] = {
-        {                               "null map",  -5,
-         [](qGifFrame& f) { return f.quantize_colors(nullptr, QT_NEAREST, false, 1, 0, nullptr); }},
-        {                              "empty map",  -5,
-         [&](qGifFrame& f) {
-         return f.quantize_colors(&empty_map, QT_NEAREST, false, 1, 0, nullptr);
-         }                                                                                        },
-        {"transparent index, no transparent entry", -10,
-         [&](qGifFrame& f) {
-         return f.quantize_colors(&opaque_map, QT_DIFFUSION, false, 1, 0, nullptr);
-         }                                                                                        },
-        {                   "unknown palette kind",  -6,
-         [](qGifFrame& f) {
-         return f.quantize_colors(8, static_cast<qCmapType>(3), QT_NEAREST, false, 1, 0, 1,
-         nullptr);
-         }                                                                                        },
-        {         "monitor stops at the first row",   1,
-         [](qGifFrame& f) {
-         StopAt stop(1);
-         return f.quantize_colors(8, CM_ADAPTIVE, QT_NEAREST, false, 1, 0, 1, &stop);
-         }                                                                                        },
-        {          "monitor stops at the last row",   1,
-         [](qGifFrame& f) {
-         StopAt stop(4);
-         return f.quantize_colors(8, CM_CUBE, QT_DIFFUSION, false, 1, 1, 1, &stop);
-         }                                                                                        },
+        {"null map",               -5, qtest::given(nullptr, QT_NEAREST, false)},
+        {"empty map",              -5, qtest::given(&empty_map, QT_NEAREST, false)},
+        {"no transparent entry",  -10, qtest::given(&opaque_map, QT_DIFFUSION, false)},
+        {"unknown palette kind",   -6, qtest::generated(8, unknown, QT_NEAREST, false)},
+        {"grey ramp of no levels", -5, qtest::generated(0, CM_GRAY, QT_NEAREST, true)},
+        {"stop at row 1",           1, qtest::generated(8, CM_ADAPTIVE, QT_NEAREST, false, &first_row)},
+        {"stop at row 4",           1, qtest::generated(8, CM_CUBE, QT_DIFFUSION, false, &last_row)},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         qGifFrame frame;
         ASSERT_EQ(read_frame(&frame, &global_, 3), 0);
         const qIndexImage* image = frame.image();
-        EXPECT_EQ(c.call(frame), c.expected);
+        EXPECT_EQ(qtest::reduce(frame, c.call), c.expected);
         EXPECT_EQ(frame.image(), image);
         EXPECT_EQ(frame.local_colormap(), nullptr);
         EXPECT_EQ(frame.colormap(), &global_);
@@ -268,16 +255,14 @@ TEST_F(qGifFrameColorTest, EveryAllocationFailureGivesMinusOneAndChangesNothing)
     given.set_color(1, rgba(255, 255, 255));
     struct Case {
         const char* name;
-        std::function<int(qGifFrame&)> call;
+        qtest::Reduction call;
     };
+    // clang-format off
     const Case cases[] = {
-        {"adaptive, diffused",
-         [](qGifFrame& f) {
-         return f.quantize_colors(8, CM_ADAPTIVE, QT_DIFFUSION, false, 1, 1, 1, nullptr);
-         }                                                                                        },
-        {"given map, nearest",
-         [&](qGifFrame& f) { return f.quantize_colors(&given, QT_NEAREST, false, 1, 0, nullptr); }},
+        {"adaptive, diffused", qtest::generated(8, CM_ADAPTIVE, QT_DIFFUSION, false)},
+        {"given map, nearest", qtest::given(&given, QT_NEAREST, false)},
     };
+    // clang-format on
     for (const Case& c : cases) {
         for (long n = 1;; ++n) {
             SCOPED_TRACE(testing::Message() << c.name << ", allocation " << n);
@@ -285,7 +270,7 @@ TEST_F(qGifFrameColorTest, EveryAllocationFailureGivesMinusOneAndChangesNothing)
             ASSERT_EQ(read_frame(&frame, &global_, 3), 0);
             const qIndexImage* image = frame.image();
             qimg_fail_allocation(n);
-            const int rc = c.call(frame);
+            const int rc = qtest::reduce(frame, c.call);
             qimg_fail_allocation(0);
             if (rc == 0) {
                 EXPECT_NE(frame.local_colormap(), nullptr);

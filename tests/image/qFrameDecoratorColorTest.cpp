@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <random>
 #include <vector>
 
 #include "color/qTestImages.h"
+#include "image/ReductionCase.h"
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
@@ -251,44 +251,29 @@ TEST(qFrameDecoratorColorTest, FailuresLeaveTheLeafInPlace) {
     StopAt first_row(1);
     StopAt third_row(3);
 
+    const qCmapType unknown = static_cast<qCmapType>(3);
     struct Case {
         const char* name;
         int expected;
-        std::function<int(qFrameDecorator&)> call;
+        qtest::Reduction call;
     };
+    // clang-format off
     const Case cases[] = {
-        {                    "unknown palette kind",  -6,
-         [](qFrameDecorator& f) {
-         return f.quantize_colors(16, static_cast<qCmapType>(3), QT_NEAREST, true, 1, 0, 1,
-         nullptr);
-         }},
-        {                                "null map",  -5,
-         [](qFrameDecorator& f) {
-         return f.quantize_colors(nullptr, QT_NEAREST, true, 1, 0, nullptr);
-         }},
-        {                               "empty map",  -5,
-         [&](qFrameDecorator& f) {
-         return f.quantize_colors(&empty_map, QT_NEAREST, true, 1, 0, nullptr);
-         }},
-        {"transparent pixels, no transparent entry", -10,
-         [&](qFrameDecorator& f) {
-         return f.quantize_colors(&opaque_map, QT_DIFFUSION, false, 1, 0, nullptr);
-         }},
-        {          "monitor stops at the first row",   1,
-         [&](qFrameDecorator& f) {
-         return f.quantize_colors(16, CM_ADAPTIVE, QT_NEAREST, false, 1, 0, 1, &first_row);
-         }},
-        {          "monitor stops at the third row",   1,
-         [&](qFrameDecorator& f) {
-         return f.quantize_colors(8, CM_CUBE, QT_DIFFUSION, false, 1, 1, 1, &third_row);
-         }},
+        {"unknown palette kind",   -6, qtest::generated(16, unknown, QT_NEAREST, true)},
+        {"grey ramp of no levels", -5, qtest::generated(0, CM_GRAY, QT_NEAREST, true)},
+        {"null map",               -5, qtest::given(nullptr, QT_NEAREST, true)},
+        {"empty map",              -5, qtest::given(&empty_map, QT_NEAREST, true)},
+        {"no transparent entry",  -10, qtest::given(&opaque_map, QT_DIFFUSION, false)},
+        {"stop at row 1",           1, qtest::generated(16, CM_ADAPTIVE, QT_NEAREST, false, &first_row)},
+        {"stop at row 3",           1, qtest::generated(8, CM_CUBE, QT_DIFFUSION, false, &third_row)},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         qDirectImage* leaf = direct_copy(picture);
         qFrameDecorator frame;
         ASSERT_EQ(frame.attach(leaf, qPoint(1, 2)), 0);
-        EXPECT_EQ(c.call(frame), c.expected);
+        EXPECT_EQ(qtest::reduce(frame, c.call), c.expected);
         EXPECT_EQ(frame.current_leaf(), leaf);
         EXPECT_EQ(frame.offset(), qPoint(1, 2));
         EXPECT_EQ(std::memcmp(leaf->pixel_address(0, 0), picture.pixel_address(0, 0), 6 * 5 * 4),
@@ -350,12 +335,14 @@ TEST(qFrameDecoratorColorTest, RepresentativeColour) {
         BgraImage image;
         qPixRA expected;
     };
+    // clang-format off
     const Case cases[] = {
-        {                   "one colour", BgraImage(5,        4, rgba(17,   99, 201)), rgba(17,     99, 201)          },
-        { "half-way means round up",       mixed,  rgba(11,      21,  31)      },
-        { "alpha 1 counts, opaque answer",       faint, rgba(100,     100, 100)      },
-        { "fully transparent", BgraImage(3,        3, rgba(50,   60,    70,     0)), rgba(0,    0,0)},
+        {"one colour",                    BgraImage(5, 4, rgba(17, 99, 201)),    rgba(17, 99, 201)},
+        {"half-way means round up",       mixed,                                 rgba(11, 21, 31)},
+        {"alpha 1 counts, opaque answer", faint,                                 rgba(100, 100, 100)},
+        {"fully transparent",             BgraImage(3, 3, rgba(50, 60, 70, 0)), rgba(0, 0, 0)},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         qFrameDecorator frame;
@@ -454,22 +441,15 @@ TEST(qFrameDecoratorColorTest, EveryAllocationFailureGivesMinusOneAndKeepsTheLea
     given.set_color(1, rgba(255, 255, 255));
     struct Case {
         const char* name;
-        std::function<int(qFrameDecorator&)> call;
+        qtest::Reduction call;
     };
+    // clang-format off
     const Case cases[] = {
-        {"adaptive, diffused",
-         [](qFrameDecorator& f) {
-         return f.quantize_colors(16, CM_ADAPTIVE, QT_DIFFUSION, false, 1, 1, 1, nullptr);
-         }},
-        {     "cube, nearest",
-         [](qFrameDecorator& f) {
-         return f.quantize_colors(27, CM_CUBE, QT_NEAREST, false, 1, 0, 1, nullptr);
-         }},
-        {         "given map",
-         [&](qFrameDecorator& f) {
-         return f.quantize_colors(&given, QT_NEAREST, false, 1, 0, nullptr);
-         }},
+        {"adaptive, diffused", qtest::generated(16, CM_ADAPTIVE, QT_DIFFUSION, false)},
+        {"cube, nearest",      qtest::generated(27, CM_CUBE, QT_NEAREST, false)},
+        {"given map",          qtest::given(&given, QT_NEAREST, false)},
     };
+    // clang-format on
     for (const Case& c : cases) {
         for (long n = 1;; ++n) {
             SCOPED_TRACE(testing::Message() << c.name << ", allocation " << n);
@@ -477,7 +457,7 @@ TEST(qFrameDecoratorColorTest, EveryAllocationFailureGivesMinusOneAndKeepsTheLea
             qFrameDecorator frame;
             ASSERT_EQ(frame.attach(leaf, qPoint(4, 4)), 0);
             qimg_fail_allocation(n);
-            const int rc = c.call(frame);
+            const int rc = qtest::reduce(frame, c.call);
             qimg_fail_allocation(0);
             if (rc == 0) {
                 EXPECT_EQ(frame.current_leaf()->component_type(), CT_INDEX_IMAGE);

@@ -71,44 +71,27 @@ TEST(qMapFromImageTest, WorkedExamples) {
         float color_strength, alpha_strength;
         std::vector<int> expected;
     };
+    const BgraImage grey(6, 1, rgba(128, 128, 128));
+    const BgraImage half(6, 1, rgba(40, 80, 120, 128));
+    const BgraImage quarter(6, 1, rgba(40, 80, 120, 64));
+    // clang-format off
     const Case cases[] = {
-        {   "mid grey alternates under full diffusion",
-         BgraImage(6,           1,rgba(128,   128,128)),
-         bw.get(),
-         QT_DIFFUSION,true,
-         1.0f, 0.0f,
-         {1, 0, 1, 0, 1, 0}},
-        {    "mid grey without diffusion is all white",
-         BgraImage(6,           1,     rgba(128,   128, 128)),
-         bw.get(),
-         QT_NEAREST, true,
-         1.0f, 0.0f,
-         {1, 1, 1, 1, 1, 1}},
+        {"mid grey alternates under full diffusion",
+         grey, bw.get(), QT_DIFFUSION, true, 1.0f, 0.0f, {1, 0, 1, 0, 1, 0}},
+        {"mid grey without diffusion is all white",
+         grey, bw.get(), QT_NEAREST, true, 1.0f, 0.0f, {1, 1, 1, 1, 1, 1}},
         {"alpha 128 alternates when alpha is diffused",
-         BgraImage(6,           1,      rgba(40,    80,   120,     128)),
-         with_t.get(),
-         QT_DIFFUSION, false,
-         1.0f, 1.0f,
-         {0, 1, 0, 1, 0, 1}},
-        {                 "alpha 64 never reaches 128",
-         BgraImage(6,           1,      rgba(40,    80,   120,      64)),
-         with_t.get(),
-         QT_DIFFUSION, false,
-         1.0f, 1.0f,
-         {1, 1, 1, 1, 1, 1}},
-        { "alpha 64 is opaque when alpha is two-level",
-         BgraImage(6,           1,      rgba(40,    80,   120,      64)),
-         with_t.get(),
-         QT_DIFFUSION, false,
-         1.0f, 0.0f,
-         {0, 0, 0, 0, 0, 0}},
-        {        "alpha 0 takes the transparent entry",
-         holes, three.get(),
-         QT_NEAREST, false,
-         1.0f,      0.0f,
-         {2, 1, 2, 1}     },
-        {                       "opaque ignores alpha", holes, three.get(), QT_DIFFUSION,  true,  1.0f,      1.0f, {2, 2, 2, 2}     },
+         half, with_t.get(), QT_DIFFUSION, false, 1.0f, 1.0f, {0, 1, 0, 1, 0, 1}},
+        {"alpha 64 never reaches 128",
+         quarter, with_t.get(), QT_DIFFUSION, false, 1.0f, 1.0f, {1, 1, 1, 1, 1, 1}},
+        {"alpha 64 is opaque when alpha is two-level",
+         quarter, with_t.get(), QT_DIFFUSION, false, 1.0f, 0.0f, {0, 0, 0, 0, 0, 0}},
+        {"alpha 0 takes the transparent entry",
+         holes, three.get(), QT_NEAREST, false, 1.0f, 0.0f, {2, 1, 2, 1}},
+        {"opaque ignores alpha",
+         holes, three.get(), QT_DIFFUSION, true, 1.0f, 1.0f, {2, 2, 2, 2}},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         auto image = destination(c.source.size(), c.map);
