@@ -1,7 +1,9 @@
 // Fuzzes palette choice and colour mapping end to end: builds a small true-colour or indexed
 // image from the input, makes a palette (median cut, cube or grey ramp, with or without the
 // transparent entry, sizes past 256 included), wraps it in the nearest-colour cache and maps the
-// image with and without diffusion into an exactly sized index buffer.
+// image with and without diffusion into an exactly sized index buffer. Then the same reduction
+// once more through the facade (qImageProxy::quantize_colors), which builds the palette from the
+// same options (its transparent entry follows `opaque`) and replaces the image by an indexed one.
 //
 // Input: byte 0 options, byte 1 palette size, byte 2 width, byte 3 height, bytes 4..7 the two
 // strengths, then pixels (4 bytes each, or 1 index byte each after a 256-entry source palette
@@ -18,6 +20,7 @@
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qImageProxy.h"
 #include "qimg/gif/qGifColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
@@ -174,6 +177,48 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             }
             const bool two_level = pass == 0 || !(alpha_strength > 0);
             if (!opaque && two_level && p.alpha == 0) check(indices[i] == t, "alpha 0 gets t");
+        }
+    }
+
+    qImageProxy facade;
+    const int set = indexed ? facade.Set(static_cast<const qIIndexImage*>(&index))
+                            : facade.Set(static_cast<const qIDirectImage*>(&direct));
+    check(set == 0, "Set");
+    const qQuantizer quantizer = (options & 128) ? QT_DIFFUSION : QT_NEAREST;
+    const int status = facade.quantize_colors(n, static_cast<qCmapType>(kind), quantizer, opaque,
+                                              color_strength, alpha_strength, min_alpha, nullptr);
+    // A generated palette always has room for what it must map: a transparent entry whenever
+    // transparency is kept. Only a grey ramp of no levels without transparent entry is empty,
+    // and an empty palette cannot be copied (-5).
+    const int expected = kind == 3 ? -6 : (kind == 2 && opaque && n < 1) ? -5 : 0;
+    check(status == expected, "quantize_colors status");
+    if (status != 0) return 0;
+    const qIColormap* reduced = facade.colormap();
+    check(reduced != nullptr && reduced->num_colors() >= 1 && reduced->num_colors() <= 256,
+          "reduced palette size");
+    const auto* leaf = dynamic_cast<const qIImageBuffer*>(facade.current_leaf());
+    check(
+        leaf != nullptr && leaf->pixel_type() == PT_INDEX8 && leaf->size() == qSize(width, height),
+        "reduced image");
+    const int t = reduced->min_t_index();
+    check(opaque ? t < 0 : t == reduced->num_colors() - 1, "transparent entry");
+    const bool two_level = quantizer == QT_NEAREST || !(alpha_strength > 0);
+    for (int y = 0; y < height; ++y) {
+        const unsigned char* row = leaf->pixel_address(y, 0);
+        for (int x = 0; x < width; ++x) {
+            check(row[x] < reduced->num_colors(), "reduced index below palette size");
+            const size_t i = static_cast<size_t>(y) * width + x;
+            qPixRA p;
+            if (indexed) {
+                p = source.colormap()->get_color(bytes[i]);
+            } else {
+                std::memcpy(&p, &bytes[i * 4], 4);
+            }
+            // (A grey ramp of no levels leaves only the transparent entry: everything maps to
+            // it.)
+            if (!opaque && two_level && reduced->num_colors() > 1) {
+                check((row[x] == t) == (p.alpha == 0), "reduced: exactly alpha 0 gets t");
+            }
         }
     }
     return 0;

@@ -96,7 +96,9 @@ public:
     int num_frames() const;
     // The transparent palette entry; -1 when there is none or no palette.
     int min_t_index() const;
-    // A representative colour of the image; (0, 0, 0, 0) when it cannot be worked out.
+    // A representative colour of the image (of an animation's current frame): the mean colour
+    // of its pixels with alpha >= 1, alpha 255; opaque black when every pixel is transparent;
+    // (0, 0, 0, 0) when it cannot be worked out (empty proxy, no memory).
     qPixRA get_rep_color() const;
     // Draws the image into `target`: `rect` is the area to fill, `point` the position on the
     // screen (magnified by the factors) that lands on rect's top-left corner; factors of 1.0
@@ -116,10 +118,21 @@ public:
     bool set_transparent(int index);
     bool set_ex_transparent(int index);
     bool set_color(int index, qPixRA color);
-    // Reduces the image to a copy of `colormap` (the caller keeps its map); -5 when empty.
+    // Colour reduction of the image (an animation's current frame), which then becomes an 8-bit
+    // indexed image with its own copy of the palette. QT_NEAREST maps each pixel to its nearest
+    // entry, any other quantizer diffuses the error (color_strength, and alpha_strength > 0 for
+    // alpha when `opaque` is false). `opaque` false keeps transparency: alpha-0 pixels take the
+    // palette's transparent entry. 0; 1 when `monitor` stopped it; -5 when empty or for a null
+    // map or one outside 1..256 entries (as CM_GRAY makes for num_colors < 1 with `opaque`); -6 an
+    // unknown cmap_type; -10 transparent pixels and a map without alpha-0 entry; -1 no memory. On
+    // any non-zero result the image is unchanged.
+    //
+    // With a copy of `colormap` (the caller keeps its map).
     int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, qIMonitor* monitor);
-    // Reduces the image to a generated palette of at most `num_colors` entries; -5 when empty.
+    // With a generated palette of at most `num_colors` entries (at most 256), transparent white
+    // last when `opaque` is false: CM_ADAPTIVE a median cut of the pixels whose alpha is at
+    // least `min_alpha`, CM_CUBE a colour cube, CM_GRAY a grey ramp.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor);

@@ -2,7 +2,9 @@
 
 #include <cstring>
 
+#include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qColormap.h"
+#include "qimg/color/qFrameReductionPriv.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
 #include "qimg/core/qMonitor.h"
@@ -221,13 +223,50 @@ qIComponent* qGifFrame::current_leaf() const {
     return valid() ? image_ : nullptr;
 }
 
-int qGifFrame::quantize_colors(int, qCmapType, qQuantizer, bool, float, float, unsigned char,
-                               qIMonitor*) {
-    return -100;
+int qGifFrame::quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer,
+                               bool opaque, float color_strength, float alpha_strength,
+                               unsigned char min_alpha, qIMonitor* monitor) {
+    // A frame without image has nothing to prescan; the given-map form says -5 for it too.
+    if (cmap_type == CM_ADAPTIVE && image_ == nullptr) return -5;
+    // The front, and the palette it made, live until this call returns; by then the frame holds
+    // its own copy.
+    qColorQuantProxy quant;
+    const qIColormap* palette = nullptr;
+    const int rc =
+        q_generate_palette(quant, image_, num_colors, cmap_type, opaque, min_alpha, palette);
+    if (rc != 0) return rc;
+    return quantize_colors(palette, quantizer, opaque, color_strength, alpha_strength, monitor);
 }
 
-int qGifFrame::quantize_colors(const qIColormap*, qQuantizer, bool, float, float, qIMonitor*) {
-    return -100;
+int qGifFrame::quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
+                               float color_strength, float alpha_strength, qIMonitor* monitor) {
+    if (!valid()) return -5;
+    qIndexImage* reduced = q_new<qIndexImage>();
+    if (reduced == nullptr) return -1;
+    qColormap* palette = nullptr;
+    int rc = reduced->Create_buffer(image_->size(), PT_INDEX8);
+    if (rc == 0) {
+        palette = q_new<qColormap>();
+        rc = palette != nullptr ? palette->copy_from(colormap) : -1;
+    }
+    // No entry is marked transparent: the palette's own alphas say what is.
+    if (rc == 0) rc = reduced->set_colormap(palette, -1);
+    if (rc == 0) {
+        rc = reduced->map_from_image(image_, quantizer, opaque, color_strength, alpha_strength,
+                                     monitor);
+    }
+    if (rc != 0) {
+        // Cancelled or failed: image and palette stay as they were.
+        delete reduced;
+        delete palette;
+        return rc;
+    }
+    // The old image may refer to the old local map: it goes first.
+    delete image_;
+    image_ = reduced;
+    delete local_colormap_;
+    local_colormap_ = palette;
+    return 0;
 }
 
 int qGifFrame::set_screen_size(qSize) {
@@ -244,7 +283,7 @@ qPoint qGifFrame::offset() const {
 }
 
 qPixRA qGifFrame::get_rep_color() const {
-    return qPixRA{0, 0, 0, 0};
+    return q_representative_color(image_);
 }
 
 // ---- palette and transparency edits ------------------------------------------------------------

@@ -88,7 +88,25 @@ public:
     qIComponent* current_leaf() const override;
 
     // ---- qIFrame ---------------------------------------------------------------------------
-    // Colour reduction of GIF frames is not available yet: -100.
+    // Colour reduction: a successful call replaces the index image by a new one mapped to a
+    // copy of the palette, which becomes the frame's local colour map (so a frame that used the
+    // animation's global map owns its palette afterwards, and set_color works). Offset,
+    // interlace flag and control record stay; the record's transparent index then no longer
+    // describes the image (drawing and min_t_index() go by the new palette's alpha-0 entry).
+    //
+    // Generated palette: CM_ADAPTIVE is a median cut of the image's pixels whose alpha is at
+    // least min_alpha (read through its colour map as stored), CM_CUBE a colour cube, CM_GRAY a
+    // grey ramp, each of at most num_colors entries, the last one transparent white when
+    // `opaque` is false (sizes above 256 are clamped to the palette's room); then the given-map
+    // form with that palette. Given map: every pixel is mapped to a copy of `colormap` (the
+    // caller keeps its object), nearest colour with QT_NEAREST, else with error diffusion; with
+    // `opaque` false the pixels of the image's transparent index take the map's first alpha-0
+    // entry.
+    // 0; 1 when the monitor stopped the mapping; -5 a frame without valid image, a null map or
+    // one outside 1..256 entries (CM_GRAY with num_colors < 1 and `opaque` true makes an
+    // empty one); -6 a cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY;
+    // -10 a pixel without index (a transparent pixel and a map without alpha-0 entry); -1 no
+    // memory. Whatever fails, image and local colour map stay as they were.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor) override;
@@ -99,7 +117,9 @@ public:
     int set_offset(qPoint offset) override;
     // The offset when valid, else (0, 0).
     qPoint offset() const override;
-    // Not available yet: (0, 0, 0, 0).
+    // The mean colour of the image's pixels with alpha >= 1 (as its colour map gives them, each
+    // channel rounded half up), alpha 255; opaque black when no pixel counts. (0, 0, 0, 0)
+    // without an image or when the palette cannot be made (no memory).
     qPixRA get_rep_color() const override;
 
     // ---- qIIndexColor ----------------------------------------------------------------------

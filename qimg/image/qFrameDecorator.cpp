@@ -1,7 +1,11 @@
 #include "qimg/image/qFrameDecorator.h"
 
+#include "qimg/color/qColorQuantProxy.h"
+#include "qimg/color/qFrameReductionPriv.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
+#include "qimg/core/qImageBuffer.h"
+#include "qimg/image/qColorIndexImage.h"
 
 qFrameDecorator::~qFrameDecorator() {
     clear();
@@ -16,6 +20,14 @@ void qFrameDecorator::clear() {
 
 qIIndexColor* qFrameDecorator::palette_side() const {
     return dynamic_cast<qIIndexColor*>(held_);
+}
+
+qIFrame* qFrameDecorator::held_frame() const {
+    return dynamic_cast<qIFrame*>(held_);
+}
+
+const qIImageBuffer* qFrameDecorator::held_pixels() const {
+    return dynamic_cast<const qIImageBuffer*>(held_);
 }
 
 int qFrameDecorator::attach(qIComponent* leaf, qPoint offset) {
@@ -87,16 +99,53 @@ qIComponent* qFrameDecorator::current_leaf() const {
     return held_;
 }
 
-int qFrameDecorator::quantize_colors(int, qCmapType, qQuantizer, bool, float, float, unsigned char,
-                                     qIMonitor*) {
-    // Colour reduction is not supported yet.
-    return -100;
+int qFrameDecorator::quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer,
+                                     bool opaque, float color_strength, float alpha_strength,
+                                     unsigned char min_alpha, qIMonitor* monitor) {
+    if (qIFrame* frame = held_frame()) {
+        return frame->quantize_colors(num_colors, cmap_type, quantizer, opaque, color_strength,
+                                      alpha_strength, min_alpha, monitor);
+    }
+    // Only the adaptive palette reads the pixels. Without a pixel buffer it answers as the
+    // given-map form would: -5 when empty, -100 for a component that holds no pixels.
+    if (cmap_type == CM_ADAPTIVE && !held_pixels()) return held_ ? -100 : -5;
+    // The front, and the palette it made, live until this call returns; the new image has its
+    // own copy by then.
+    qColorQuantProxy quant;
+    const qIColormap* palette = nullptr;
+    const int rc =
+        q_generate_palette(quant, held_pixels(), num_colors, cmap_type, opaque, min_alpha, palette);
+    if (rc != 0) return rc;
+    return quantize_colors(palette, quantizer, opaque, color_strength, alpha_strength, monitor);
 }
 
-int qFrameDecorator::quantize_colors(const qIColormap*, qQuantizer, bool, float, float,
-                                     qIMonitor*) {
-    // Colour reduction is not supported yet.
-    return -100;
+int qFrameDecorator::quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
+                                     float color_strength, float alpha_strength,
+                                     qIMonitor* monitor) {
+    if (!valid()) return -5;
+    if (qIFrame* frame = held_frame()) {
+        return frame->quantize_colors(colormap, quantizer, opaque, color_strength, alpha_strength,
+                                      monitor);
+    }
+    const qIImageBuffer* pixels = held_pixels();
+    if (!pixels) return -100;
+
+    qColorIndexImage* reduced = q_new<qColorIndexImage>();
+    if (!reduced) return -1;
+    int rc = reduced->Create_buffer(held_->size(), PT_INDEX8);
+    if (rc == 0) rc = reduced->copy_colormap(colormap);
+    if (rc == 0) {
+        rc = reduced->map_from_image(pixels, quantizer, opaque, color_strength, alpha_strength,
+                                     monitor);
+    }
+    if (rc != 0) {
+        // Cancelled or failed: the old leaf stays, untouched.
+        delete reduced;
+        return rc;
+    }
+    delete held_;
+    held_ = reduced;
+    return 0;
 }
 
 int qFrameDecorator::set_screen_size(qSize size) {
@@ -115,8 +164,9 @@ qPoint qFrameDecorator::offset() const {
 }
 
 qPixRA qFrameDecorator::get_rep_color() const {
-    // Not supported yet: the colour that stands for "no answer".
-    return qPixRA{0, 0, 0, 0};
+    if (const qIFrame* frame = held_frame()) return frame->get_rep_color();
+    // Null (empty, or no pixels held) gives the colour that stands for "no answer".
+    return q_representative_color(held_pixels());
 }
 
 void qFrameDecorator::set_opaque_all() {

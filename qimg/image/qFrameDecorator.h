@@ -17,6 +17,8 @@
 #include "qimg/core/qExport.h"
 #include "qimg/core/qIndexColor.h"
 
+class qIImageBuffer;
+
 class QIMG_API qFrameDecorator : public qIFrame, public qIIndexColor {
 public:
     qFrameDecorator() = default;
@@ -59,7 +61,24 @@ public:
     qIComponent* current_leaf() const override;
 
     // ---- qIFrame ---------------------------------------------------------------------------
-    // Colour reduction of the held image. Not supported yet: -100.
+    // Colour reduction. A held frame does the work itself (the call is passed on unchanged).
+    // Otherwise a successful reduction replaces the held pixel buffer (true colour or indexed)
+    // by a new qColorIndexImage with its own copy of the palette; offset and screen size stay.
+    //
+    // Generated palette: CM_ADAPTIVE is a median cut of the held image's pixels whose alpha is
+    // at least min_alpha, CM_CUBE a colour cube, CM_GRAY a grey ramp, each of at most
+    // num_colors entries, the last of them transparent white when `opaque` is false (sizes
+    // above 256 are clamped to the palette's room); then the given-map form with that palette.
+    // Given map: every pixel is mapped to `colormap`, nearest colour with QT_NEAREST, else with
+    // error diffusion (color_strength; alpha_strength > 0 diffuses alpha too). With `opaque`
+    // false, alpha-0 pixels take the map's first alpha-0 entry.
+    // 0; 1 when the monitor stopped the mapping; -5 an empty or invalid decorator (both forms;
+    // the generated form checks only after a bad cmap_type), a null map or one outside
+    // 1..256 entries (CM_GRAY with num_colors < 1 and `opaque` true makes an empty one); -6 a
+    // cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY, or pixels other than PT_BGRA32 and
+    // PT_INDEX8; -10 a pixel without index (alpha 0 and no transparent entry); -100 a held
+    // component that is neither a frame nor a pixel buffer; -1 no memory. Whatever fails, the held
+    // leaf stays as it was.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor) override;
@@ -71,7 +90,10 @@ public:
     int set_offset(qPoint offset) override;
     // This offset, plus the held frame's offset when the decorator holds a frame.
     qPoint offset() const override;
-    // A representative colour of the image. Not supported yet: (0, 0, 0, 0).
+    // A held frame's answer; otherwise the mean colour of the held image's pixels with alpha
+    // >= 1 (each channel rounded half up), alpha 255; opaque black when every pixel is fully
+    // transparent. (0, 0, 0, 0) for an empty decorator, a held component without pixels, or
+    // when the palette cannot be made (unsupported pixel type, no memory).
     qPixRA get_rep_color() const override;
 
     // ---- qIIndexColor: passed to the held component's palette side -------------------------
@@ -87,6 +109,9 @@ private:
     void clear();
     // The held component's palette side, null when it has none.
     qIIndexColor* palette_side() const;
+    // The held component as a frame, or as a pixel buffer; null when it is not one.
+    qIFrame* held_frame() const;
+    const qIImageBuffer* held_pixels() const;
 
     qIComponent* held_ = nullptr;
     qSize screen_size_;

@@ -3,6 +3,7 @@
 #include "qimg/color/qIColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
+#include "qimg/gif/qGifColormap.h"
 #include "qimg/image/qPixelBlockPriv.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
@@ -76,9 +77,30 @@ int qIndexImage::copy_from(const qIIndexImage* source, const qIColormap* colorma
     return status == 0 ? 0 : fail(status);
 }
 
-int qIndexImage::map_from_image(const qIImageBuffer*, qQuantizer, bool, float, float, qIMonitor*) {
-    // Mapping true colour to a palette is not supported yet.
-    return -100;
+int qIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
+                                float color_strength, float alpha_strength, qIMonitor* monitor) {
+    if (!valid()) return -5;
+    // The source is read through the buffer binding, so an indexed source brings a palette copy
+    // in which its transparent index counts as alpha 0.
+    qImageEdit destination;
+    qImageAlias from;
+    int status = destination.Bind(this);
+    if (status == 0) status = from.Bind(source);
+    if (status != 0) return status;
+
+    // The cache is 64 KiB: on the heap, not on the caller's stack.
+    qGifColormap* nearest = q_new<qGifColormap>();
+    if (!nearest) return -1;
+    nearest->attach(colormap_);
+    const qRect area(size());
+    if (quantizer == QT_NEAREST) {
+        status = destination.map_colors(area, &from, qPoint(0, 0), nearest, opaque, monitor);
+    } else {
+        status = destination.dither_colors(area, &from, qPoint(0, 0), nearest, opaque,
+                                           color_strength, alpha_strength, monitor);
+    }
+    delete nearest;
+    return status;
 }
 
 qIComponent* qIndexImage::clone() const {

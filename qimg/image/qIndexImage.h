@@ -45,8 +45,18 @@ public:
     // source's; -6 for a source of another pixel type; -1 when memory runs out or a map has no
     // usable entries. Empty after a failure.
     int copy_from(const qIIndexImage* source, const qIColormap* colormap = nullptr);
-    // Fills the indices by mapping `source` through the colour map, nearest colour or with
-    // error diffusion. Not supported yet: -100.
+    // Fills every index by mapping `source` (PT_BGRA32, or PT_INDEX8 read through its colour map
+    // with its min_t_index() as alpha 0) through this image's colour map, using the
+    // nearest-colour cache. QT_NEAREST maps each pixel on its own; any other quantizer diffuses
+    // the colour error (scaled by color_strength) and, with alpha_strength > 0 and `opaque`
+    // false, the alpha error, serpentine. With `opaque` false a pixel of alpha 0 (or of
+    // diffused alpha below 128 when alpha is diffused) takes the map's transparent entry and
+    // every other pixel an opaque colour; with `opaque` true every pixel gets an opaque colour.
+    // The source must be at least this image's size; its top-left part is read.
+    // 0; 1 when the monitor stopped it after a row (the rows done so far keep their indices,
+    // the rest are as they were); -5 this image not valid, a null or too small source, an
+    // indexed source without colour map; -6 a source of another pixel type; -10 a pixel that
+    // has no index (an alpha-0 pixel and a map without transparent entry); -1 no memory.
     int map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
                        float color_strength, float alpha_strength, qIMonitor* monitor);
     // The stored transparent index, -1 for none. Unlike min_t_index() it does not fall back to

@@ -1,11 +1,10 @@
-#include "qimg/gif/qGifAnimation.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "GifTestKit.h"
 #include "qimg/color/qColormap.h"
+#include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qMemoryR.h"
@@ -22,7 +21,9 @@ Bytes animation_bytes(int frames, int looping = -1) {
     b.header().screen(10, 10, 1).color_table(4);
     if (looping >= 0) b.looping(looping);
     for (int i = 0; i < frames; ++i) {
-        b.control(i % 4, i + 1, -1).descriptor(i, i, 2, 2).pixels(2, {0, 1, 2, static_cast<unsigned char>(i % 4)});
+        b.control(i % 4, i + 1, -1)
+            .descriptor(i, i, 2, 2)
+            .pixels(2, {0, 1, 2, static_cast<unsigned char>(i % 4)});
     }
     return b.trailer().bytes();
 }
@@ -54,8 +55,7 @@ TEST(qGifAnimationTest, NextFrameCountsPasses) {
     qGifAnimation three_passes;
     read(&three_passes, animation_bytes(3, 2));
     EXPECT_EQ(three_passes.loop_count(), 3);
-    EXPECT_EQ(next_results(&three_passes, 9, false),
-              (std::vector<int>{0, 0, 0, 0, 0, 0, 0, 0, 2}));
+    EXPECT_EQ(next_results(&three_passes, 9, false), (std::vector<int>{0, 0, 0, 0, 0, 0, 0, 0, 2}));
 
     qGifAnimation endless;
     read(&endless, animation_bytes(3, 0));
@@ -90,7 +90,8 @@ TEST(qGifAnimationTest, SeekAndPerFrameAnswers) {
     EXPECT_EQ(a.frame_rect(), qRect(5, 5, 2, 2));
     EXPECT_TRUE(a.set_ex_transparent(1));
     EXPECT_EQ(a.frame(0)->control()->transparent, -1);  // only the current frame changed
-    EXPECT_EQ(a.quantize_colors(nullptr, QT_NEAREST, false, 1.0f, 1.0f, nullptr), -100);
+    EXPECT_EQ(a.quantize_colors(nullptr, QT_NEAREST, false, 1.0f, 1.0f, nullptr),
+              -5);  // a null map
     // valid() needs a screen.
     EXPECT_EQ(a.set_screen_size(qSize(0, 0)), 0);
     EXPECT_FALSE(a.valid());
@@ -117,9 +118,19 @@ TEST(qGifAnimationTest, EmptyAnimationAnswers) {
 
 TEST(qGifAnimationTest, CloneOwnsItsGlobalMap) {
     qGifAnimation a;
-    read(&a, GifBuilder().header().screen(10, 10, 1).color_table(4).comment("one")
-                 .comment("").looping(4).descriptor(0, 0, 2, 2).pixels(2, {3, 2, 1, 0})
-                 .descriptor(1, 1, 2, 2).pixels(2, {0, 0, 1, 1}).trailer().bytes());
+    read(&a, GifBuilder()
+                 .header()
+                 .screen(10, 10, 1)
+                 .color_table(4)
+                 .comment("one")
+                 .comment("")
+                 .looping(4)
+                 .descriptor(0, 0, 2, 2)
+                 .pixels(2, {3, 2, 1, 0})
+                 .descriptor(1, 1, 2, 2)
+                 .pixels(2, {0, 0, 1, 1})
+                 .trailer()
+                 .bytes());
     ASSERT_EQ(a.seek_frame(1, 0), 0);
     a.next_frame(false);  // a pass completes
     qIComponent* clone = a.clone();
