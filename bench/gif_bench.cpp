@@ -161,24 +161,22 @@ void run(benchmark::State& state, Decoder decode, const std::vector<Input>& inpu
                                                 benchmark::Counter::kIsIterationInvariantRate);
 }
 
-// Seconds per pass over `inputs`, best of `rounds` passes that each last about 50 ms.
-double best_seconds(Decoder decode, const std::vector<Input>& inputs, int rounds) {
+// Seconds per pass over `inputs`, timed over about 30 ms of passes.
+double seconds_per_pass(Decoder decode, const std::vector<Input>& inputs) {
     using clock = std::chrono::steady_clock;
-    double best = 1e30;
-    for (int r = 0; r < rounds; ++r) {
-        int passes = 0;
-        const auto start = clock::now();
-        double elapsed = 0;
-        do {
-            for (const Input& in : inputs) benchmark::DoNotOptimize(decode(in.bytes));
-            ++passes;
-            elapsed = std::chrono::duration<double>(clock::now() - start).count();
-        } while (elapsed < 0.05);
-        best = std::min(best, elapsed / passes);
-    }
-    return best;
+    int passes = 0;
+    const auto start = clock::now();
+    double elapsed = 0;
+    do {
+        for (const Input& in : inputs) benchmark::DoNotOptimize(decode(in.bytes));
+        ++passes;
+        elapsed = std::chrono::duration<double>(clock::now() - start).count();
+    } while (elapsed < 0.03);
+    return elapsed / passes;
 }
 
+// The three decoders take turns, round after round, and each keeps its best round, so that
+// load from other processes on the machine hits them alike.
 void ratio(benchmark::State& state, const std::vector<Input>& inputs) {
     if (inputs.empty()) {
         state.SkipWithError("input missing (run `make bench`)");
@@ -186,11 +184,13 @@ void ratio(benchmark::State& state, const std::vector<Input>& inputs) {
     }
     int64_t pixels = 0;
     for (const Input& in : inputs) pixels += in.frame_pixels;
-    double q = 0, g = 0, s = 0;
+    double q = 1e30, g = 1e30, s = 1e30;
     for (auto _ : state) {
-        q = best_seconds(qimg_decode, inputs, 5);
-        g = best_seconds(giflib_decode, inputs, 5);
-        s = best_seconds(stb_decode, inputs, 5);
+        for (int round = 0; round < 15; ++round) {
+            q = std::min(q, seconds_per_pass(qimg_decode, inputs));
+            g = std::min(g, seconds_per_pass(giflib_decode, inputs));
+            s = std::min(s, seconds_per_pass(stb_decode, inputs));
+        }
     }
     state.counters["qimg_Mpix/s"] = static_cast<double>(pixels) * 1e-6 / q;
     state.counters["giflib_Mpix/s"] = static_cast<double>(pixels) * 1e-6 / g;

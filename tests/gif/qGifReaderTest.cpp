@@ -361,6 +361,49 @@ TEST(qGifReaderTest, InterlacedRowsAndShortData) {
     }
 }
 
+// Rows of every width against a plain model: the stored indices in row order, 0 where the data
+// stop short, the excess ignored. Widths that are not multiples of 4 have padded rows.
+TEST(qGifReaderTest, RowsOfEveryWidthAndDataLength) {
+    for (int width = 1; width <= 9; ++width) {
+        for (int height : {1, 3}) {
+            const int pixels = width * height;
+            for (int data : {pixels - 1, pixels, pixels + 5, pixels + 3000}) {
+                if (data <= 0) continue;
+                for (bool interlaced : {false, true}) {
+                    SCOPED_TRACE(testing::Message() << width << "x" << height << " data " << data
+                                                    << " interlaced " << interlaced);
+                    Bytes indices(static_cast<size_t>(data));
+                    for (int i = 0; i < data; ++i) indices[i] = static_cast<unsigned char>(1 + i % 7);
+                    qGifAnimation animation;
+                    ASSERT_EQ(read(still().descriptor(0, 0, width, height, -1, interlaced)
+                                       .pixels(3, indices)
+                                       .trailer()
+                                       .bytes(),
+                                   &animation),
+                              0);
+                    const qGifFrame* frame = animation.frame(0);
+                    std::vector<int> order;  // display row of each stored row
+                    if (interlaced) {
+                        for (int start_step : {0x08, 0x48, 0x24, 0x12}) {
+                            for (int r = start_step >> 4; r < height; r += start_step & 15) {
+                                order.push_back(r);
+                            }
+                        }
+                    } else {
+                        for (int r = 0; r < height; ++r) order.push_back(r);
+                    }
+                    for (int k = 0; k < height; ++k) {
+                        for (int x = 0; x < width; ++x) {
+                            const int i = k * width + x;
+                            EXPECT_EQ(frame->pixel_index({x, order[k]}), i < data ? 1 + i % 7 : 0);
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
 TEST(qGifReaderTest, HugeImageIsRefusedBeforeAllocating) {
     // 65535 x 65535: about 4 GiB, refused as the index image would refuse it.
     qGifAnimation animation;
