@@ -8,10 +8,12 @@ ENSURE := scripts/ensure-packages
 CMAKE_CONFIGURE := cmake -G "Unix Makefiles"
 
 BUILD_PACKAGES := cmake make g++ pkg-config
-TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libgif-dev
-DEMO_PACKAGES := $(BUILD_PACKAGES)
+# libpng-dev: the example program writes its picture as a PNG (it is built in the test build too).
+# libgif-dev: the GIF tests compare every frame of the corpus with giflib's reading of it.
+TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libpng-dev libgif-dev
+DEMO_PACKAGES := $(BUILD_PACKAGES) libpng-dev
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev libstb-dev \
-                  libimagequant-dev imagemagick
+                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
 FORMAT_PACKAGES := clang-format
 

@@ -2,18 +2,21 @@
 // of the library.
 //
 //   core/    value types, enumerations, status codes, the progress monitor, the component
-//            and pixel-buffer interfaces
-//   image/   the images that own pixels, and the frame that places one on a logical screen
-//   color/   colour maps
+//            and pixel-buffer interfaces, and the facade qImageProxy
+//   color/   colour maps, the median-cut quantizer and fixed palettes
+//   image/   true-colour and indexed images, the frame decorator, the frame composer
 //   raster/  views onto pixel memory and the operations that draw into them
 //   gif/     byte sources, the growable array, the graphic control record, LZW decoding,
-//            GIF frames and animations and the stream reader
+//            GIF frames and animations, the stream reader and the nearest-colour cache
 //
-// qImageProxy (core/) is the facade most callers need: hand it an image, then query, edit and
-// draw it.
+// qImageProxy is the facade most callers need: hand it an image (or read a GIF into it), then
+// query, edit and draw it.
 #pragma once
 
+#include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qColormap.h"
+#include "qimg/color/qHeckbertQuantizer.h"
+#include "qimg/color/qIColorQuantizer.h"
 #include "qimg/color/qIColormap.h"
 #include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qComponent.h"
@@ -28,6 +31,7 @@
 #include "qimg/core/qTypes.h"
 #include "qimg/gif/qFileR.h"
 #include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifColormap.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qIFileR.h"
@@ -36,6 +40,7 @@
 #include "qimg/gif/qObjArray.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"
+#include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qFrameDecorator.h"
 #include "qimg/image/qIndexImage.h"
 #include "qimg/raster/qImageAlias.h"

@@ -6,7 +6,6 @@
 
 #include "image/DrawReference.h"
 #include "qimg/core/qAllocationHookPriv.h"
-#include "qimg/core/qIndexColor.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/raster/qImageEdit.h"
 
@@ -186,19 +185,6 @@ TEST(qDirectImageTest, BadSourcesEmptyTheImage) {
     expect_empty(image);
     EXPECT_EQ(image.copy_from(&image), -5);  // emptied first, so no longer a valid source
     EXPECT_EQ(empty.clone(), nullptr);
-}
-
-TEST(qDirectImageTest, IsALeafWithoutPalette) {
-    qDirectImage image;
-    ASSERT_EQ(image.Create_buffer(qSize(2, 2), PT_BGRA32, nullptr), 0);
-    const qIComponent* component = &image;
-    EXPECT_EQ(component->component_type(), CT_DIRECT_IMAGE);
-    EXPECT_EQ(image.leaf_type(), CT_DIRECT_IMAGE);
-    EXPECT_EQ(component->current_leaf(), component);
-    EXPECT_EQ(component->colormap(), nullptr);
-    EXPECT_EQ(component->pixel_index(qPoint(0, 0)), -1);
-    EXPECT_EQ(dynamic_cast<const qIIndexColor*>(component), nullptr);
-    EXPECT_NE(dynamic_cast<const qIImageBuffer*>(component), nullptr);
 }
 
 TEST(qDirectImageTest, DrawNeedsATargetAndPixels) {

@@ -177,21 +177,6 @@ TEST(qIndexImageTest, TransparentIndexVersusPaletteAlpha) {
     EXPECT_EQ(empty.alpha_hint(), AT_NONE);
 }
 
-TEST(qIndexImageTest, PaletteEditsAreRefused) {
-    qColormap map;
-    make_palette(map, 8);
-    qIndexImage image;
-    make_image(image, qSize(2, 2), map, -1);
-    qIIndexColor& side = image;
-    EXPECT_FALSE(side.set_transparent(1));
-    EXPECT_FALSE(side.set_ex_transparent(1));
-    EXPECT_FALSE(side.set_color(1, qPixRA{9, 9, 9, 9}));
-    map.set_transparent(2);
-    side.set_opaque_all();
-    EXPECT_EQ(map.get_color(1), (qPixRA{1, 2, 3, 255}));
-    EXPECT_EQ(map.get_color(2).alpha, 0);
-}
-
 TEST(qIndexImageTest, CloneRefersToTheSameMapWithTheResolvedTransparentIndex) {
     qColormap map;
     make_palette(map, 16);

@@ -1,0 +1,237 @@
+// Colour reduction: qimg's median cut + nearest-colour cache (+ serpentine diffusion) against
+// libimagequant, on photographs of a few megapixels, to 256 and 16 colours.
+//
+// Each iteration does the whole job a caller would: histogram, palette choice, mapping. The
+// counters give throughput (Mpixel/s) and the PSNR of the result against the original (RGB,
+// all channels pooled). Inputs are the photographs that Debian's lomiri-wallpapers-20.04 package
+// installs (`make bench` installs it), box-reduced 3 x 3 to about 2 megapixels; a missing file
+// skips its benchmarks. bench/pillow_quantize.py measures Pillow's median cut on the same files.
+#include <benchmark/benchmark.h>
+#include <libimagequant.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "qimg/color/qColorQuantProxy.h"
+#include "qimg/core/qImageBuffer.h"
+#include "qimg/gif/qGifColormap.h"
+#include "qimg/raster/qImageEdit.h"
+
+// Private copy of the decoder: static functions only, so another benchmark file may include its
+// own without clashing symbols.
+#define STB_IMAGE_STATIC
+#define STB_IMAGE_IMPLEMENTATION
+#define STBI_ONLY_JPEG
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-function"
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+#pragma GCC diagnostic ignored "-Wsign-compare"
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#pragma GCC diagnostic ignored "-Wpedantic"
+#endif
+#include <stb_image.h>
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+
+namespace {
+
+struct Photo {
+    std::string name;
+    int width = 0, height = 0;
+    std::vector<qPixRA> bgra;         // qimg's pixel order
+    std::vector<unsigned char> rgba;  // libimagequant's
+};
+
+// A true-colour buffer over the photo's pixels.
+class PhotoBuffer : public qIDirectImage {
+public:
+    explicit PhotoBuffer(const Photo& p) : p_(p) {}
+    bool valid() const override { return p_.width > 0; }
+    unsigned char* pixel_address(int row, int column) const override {
+        if (row < 0 || column < 0 || p_.bgra.empty()) return nullptr;
+        return const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(
+            p_.bgra.data() + static_cast<size_t>(row) * p_.width + column));
+    }
+    qSize size() const override { return qSize(p_.width, p_.height); }
+    qPixelType pixel_type() const override { return PT_BGRA32; }
+
+private:
+    const Photo& p_;
+};
+
+Photo load(const char* name, const char* path) {
+    Photo photo;
+    photo.name = name;
+    int w = 0, h = 0, channels = 0;
+    unsigned char* rgb = stbi_load(path, &w, &h, &channels, 3);
+    if (!rgb) return photo;
+    constexpr int kReduce = 3;
+    photo.width = w / kReduce;
+    photo.height = h / kReduce;
+    const size_t count = static_cast<size_t>(photo.width) * photo.height;
+    photo.bgra.resize(count);
+    photo.rgba.resize(count * 4);
+    for (int y = 0; y < photo.height; ++y) {
+        for (int x = 0; x < photo.width; ++x) {
+            int sum[3] = {0, 0, 0};
+            for (int dy = 0; dy < kReduce; ++dy)
+                for (int dx = 0; dx < kReduce; ++dx)
+                    for (int c = 0; c < 3; ++c)
+                        sum[c] +=
+                            rgb[(static_cast<size_t>(y * kReduce + dy) * w + x * kReduce + dx) * 3 +
+                                c];
+            unsigned char v[3];
+            for (int c = 0; c < 3; ++c) v[c] = static_cast<unsigned char>((sum[c] + 4) / 9);
+            const size_t i = static_cast<size_t>(y) * photo.width + x;
+            photo.bgra[i] = qPixRA{v[2], v[1], v[0], 255};
+            photo.rgba[i * 4 + 0] = v[0];
+            photo.rgba[i * 4 + 1] = v[1];
+            photo.rgba[i * 4 + 2] = v[2];
+            photo.rgba[i * 4 + 3] = 255;
+        }
+    }
+    stbi_image_free(rgb);
+    return photo;
+}
+
+const std::vector<Photo>& photos() {
+    static const std::vector<Photo> all = {
+        load("bird", "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg"),
+        load("sea", "/usr/share/backgrounds/Infinite-Sea_by_Aury88.jpg"),
+    };
+    return all;
+}
+
+// PSNR of indices + palette (RGB) against the photo.
+double psnr(const Photo& photo, const std::vector<unsigned char>& indices, const qPixRA* palette) {
+    double sum = 0;
+    for (size_t i = 0; i < indices.size(); ++i) {
+        const qPixRA a = photo.bgra[i], b = palette[indices[i]];
+        const double dr = a.red - b.red, dg = a.green - b.green, db = a.blue - b.blue;
+        sum += dr * dr + dg * dg + db * db;
+    }
+    const double mse = sum / (3.0 * static_cast<double>(indices.size()));
+    return mse > 0 ? 10.0 * std::log10(255.0 * 255.0 / mse) : 99.0;
+}
+
+// PSNR when every pixel takes its exactly nearest entry (weighted 4, 9, 1, from the pixel's own
+// colour, not its 5-bit cell): tells the palette's quality apart from the cache's.
+double psnr_exact_nearest(const Photo& photo, const qPixRA* palette, int count) {
+    double sum = 0;
+    for (const qPixRA a : photo.bgra) {
+        int64_t best = INT64_MAX;
+        qPixRA b{};
+        for (int i = 0; i < count; ++i) {
+            const int64_t dr = a.red - palette[i].red, dg = a.green - palette[i].green,
+                          db = a.blue - palette[i].blue;
+            const int64_t d = 4 * dr * dr + 9 * dg * dg + db * db;
+            if (d < best) best = d, b = palette[i];
+        }
+        const double dr = a.red - b.red, dg = a.green - b.green, db = a.blue - b.blue;
+        sum += dr * dr + dg * dg + db * db;
+    }
+    const double mse = sum / (3.0 * static_cast<double>(photo.bgra.size()));
+    return mse > 0 ? 10.0 * std::log10(255.0 * 255.0 / mse) : 99.0;
+}
+
+void set_counters(benchmark::State& state, const Photo& photo, double quality) {
+    const double pixels = static_cast<double>(photo.width) * photo.height;
+    state.counters["Mpixel/s"] = benchmark::Counter(
+        pixels * 1e-6 * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["PSNR"] = quality;
+    state.counters["Mpixel"] = pixels * 1e-6;
+    state.SetLabel(photo.name);
+}
+
+// args: photo, colours, diffusion
+void BM_quantize_qimg(benchmark::State& state) {
+    const Photo& photo = photos()[static_cast<size_t>(state.range(0))];
+    if (photo.bgra.empty()) {
+        state.SkipWithError("photograph missing: apt-get install lomiri-wallpapers-20.04");
+        return;
+    }
+    const int colours = static_cast<int>(state.range(1));
+    const bool diffusion = state.range(2) != 0;
+    const PhotoBuffer buffer(photo);
+    std::vector<unsigned char> indices(static_cast<size_t>(photo.width) * photo.height);
+    qImageAlias source;
+    source.Bind(&buffer);
+    qImageEdit destination;
+    destination.Bind(indices.data(), qSize(photo.width, photo.height), photo.width, PT_INDEX8);
+    const qRect area(0, 0, photo.width, photo.height);
+    std::vector<qPixRA> palette(256);
+    for (auto _ : state) {
+        qColorQuantProxy quant;
+        quant.create_quantizer();
+        quant.prescan_quantize(&buffer, 1);
+        quant.select_colors(colours, false);
+        qGifColormap map;
+        map.attach(quant.colormap());
+        const int status =
+            diffusion ? destination.dither_colors(area, &source, qPoint(), &map, true, 1.0f, 0.0f,
+                                                  nullptr)
+                      : destination.map_colors(area, &source, qPoint(), &map, true, nullptr);
+        if (status != 0) state.SkipWithError("mapping failed");
+        for (int i = 0; i < quant.colormap()->num_colors(); ++i)
+            palette[static_cast<size_t>(i)] = quant.colormap()->get_color(i);
+        benchmark::DoNotOptimize(indices.data());
+    }
+    set_counters(state, photo, psnr(photo, indices, palette.data()));
+    if (!diffusion) {
+        state.counters["PSNR_exact_nearest"] =
+            psnr_exact_nearest(photo, palette.data(), std::min(colours, 256));
+    }
+}
+
+void BM_quantize_libimagequant(benchmark::State& state) {
+    const Photo& photo = photos()[static_cast<size_t>(state.range(0))];
+    if (photo.bgra.empty()) {
+        state.SkipWithError("photograph missing: apt-get install lomiri-wallpapers-20.04");
+        return;
+    }
+    const int colours = static_cast<int>(state.range(1));
+    const bool diffusion = state.range(2) != 0;
+    std::vector<unsigned char> indices(static_cast<size_t>(photo.width) * photo.height);
+    std::vector<qPixRA> palette(256);
+    for (auto _ : state) {
+        liq_attr* attr = liq_attr_create();
+        liq_set_max_colors(attr, colours);
+        liq_image* image =
+            liq_image_create_rgba(attr, photo.rgba.data(), photo.width, photo.height, 0);
+        liq_result* result = nullptr;
+        if (liq_image_quantize(image, attr, &result) != LIQ_OK) {
+            state.SkipWithError("libimagequant failed");
+            break;
+        }
+        liq_set_dithering_level(result, diffusion ? 1.0f : 0.0f);
+        liq_write_remapped_image(result, image, indices.data(), indices.size());
+        const liq_palette* pal = liq_get_palette(result);
+        for (unsigned i = 0; i < pal->count; ++i)
+            palette[i] = qPixRA{pal->entries[i].b, pal->entries[i].g, pal->entries[i].r, 255};
+        liq_result_destroy(result);
+        liq_image_destroy(image);
+        liq_attr_destroy(attr);
+        benchmark::DoNotOptimize(indices.data());
+    }
+    set_counters(state, photo, psnr(photo, indices, palette.data()));
+}
+
+void quantize_args(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"photo", "colours", "diffusion"});
+    for (int photo : {0, 1})
+        for (int colours : {256, 16})
+            for (int diffusion : {0, 1}) b->Args({photo, colours, diffusion});
+    b->Unit(benchmark::kMillisecond)->MinTime(1.0)->UseRealTime();
+}
+
+BENCHMARK(BM_quantize_qimg)->Apply(quantize_args);
+BENCHMARK(BM_quantize_libimagequant)->Apply(quantize_args);
+
+}  // namespace

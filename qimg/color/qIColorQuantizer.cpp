@@ -1,0 +1,3 @@
+#include "qimg/color/qIColorQuantizer.h"
+
+qIColorQuantizer::~qIColorQuantizer() = default;

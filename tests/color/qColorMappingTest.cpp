@@ -1,0 +1,469 @@
+// Tests of qImageEdit::map_colors and dither_colors (qColorMapping.cpp, qDither.cpp).
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "color/qTestImages.h"
+#include "qimg/color/qColorQuantProxy.h"
+#include "qimg/color/qDitherPriv.h"
+#include "qimg/color/qSafeColormap.h"
+#include "qimg/core/qAllocationHookPriv.h"
+#include "qimg/core/qMonitor.h"
+#include "qimg/gif/qGifColormap.h"
+#include "qimg/raster/qImageEdit.h"
+
+namespace {
+
+using qtest::BgraImage;
+using qtest::rgba;
+
+qSafeColormap palette_of(const std::vector<qPixRA>& colours) {
+    qSafeColormap map;
+    for (size_t i = 0; i < colours.size(); ++i) map.set_color(static_cast<int>(i), colours[i]);
+    return map;
+}
+
+// Maps `image` to `palette` and returns the status and the indices.
+struct Mapped {
+    int status;
+    std::vector<unsigned char> indices;
+};
+
+enum class Mapper { kNearest, kDiffusion };
+
+Mapped map_image(const qIImageBuffer& image, const qIColormap& palette, Mapper mapper, bool opaque,
+                 float color_strength = 1.0f, float alpha_strength = 0.0f,
+                 qIMonitor* monitor = nullptr, const qIExColormap* through = nullptr) {
+    const qSize size = image.size();
+    Mapped out{0, std::vector<unsigned char>(static_cast<size_t>(size.width) * size.height, 0xEE)};
+    qImageEdit destination;
+    EXPECT_EQ(destination.Bind(out.indices.data(), size, size.width, PT_INDEX8), 0);
+    qImageAlias source;
+    EXPECT_EQ(source.Bind(&image), 0);
+    qGifColormap cache;
+    cache.attach(&palette);
+    const qIExColormap* map = through ? through : &cache;
+    const qRect area(size);
+    out.status = mapper == Mapper::kNearest
+                     ? destination.map_colors(area, &source, qPoint(), map, opaque, monitor)
+                     : destination.dither_colors(area, &source, qPoint(), map, opaque,
+                                                 color_strength, alpha_strength, monitor);
+    return out;
+}
+
+BgraImage random_image(std::mt19937& rng, int width, int height, bool random_alpha) {
+    BgraImage image(width, height);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            image.at(x, y) =
+                qtest::random_colour(rng, random_alpha ? static_cast<int>(rng() % 3) * 127 : 255);
+    return image;
+}
+
+// ---- error tables ------------------------------------------------------------------------------
+
+TEST(qDitherTest, ErrorTableValues) {
+    struct Case {
+        float strength;
+        int error;
+        int entry;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {1.0f, 200, 180}, {1.0f, -400, -240}, {1.0f, 160, 160}, {1.0f, 161, 160},
+        {1.0f, 319, 239}, {1.0f, 320, 240},   {1.0f, -511, -240}, {1.0f, 0, 0},
+        {0.5f, 3, 2},     {0.5f, -3, -2},     {0.5f, 1, 1},       {0.0f, 400, 0},
+        {1e30f, 1, 240},  {-1e30f, 1, -240},  {1e30f, -2, -240},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.strength << " at " << c.error);
+        int16_t table[kErrorTableSize];
+        q_fill_error_table(table, c.strength);
+        EXPECT_EQ(table[c.error + kErrorTableOffset], c.entry);
+    }
+    int16_t table[kErrorTableSize];
+    q_fill_error_table(table, std::numeric_limits<float>::quiet_NaN());
+    for (int16_t entry : table) ASSERT_EQ(entry, 0);
+}
+
+// ---- worked examples ---------------------------------------------------------------------------
+
+TEST(qDitherTest, ExactColoursPassNoError) {
+    std::mt19937 rng(1);
+    BgraImage image(13, 9);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 13; ++x)
+            image.at(x, y) = rng() & 1 ? rgba(255, 255, 255) : rgba(0, 0, 0);
+    const qSafeColormap bw = palette_of({rgba(0, 0, 0), rgba(255, 255, 255)});
+    const Mapped got = map_image(image, bw, Mapper::kDiffusion, true);
+    ASSERT_EQ(got.status, 0);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 13; ++x)
+            EXPECT_EQ(got.indices[static_cast<size_t>(y * 13 + x)], image.at(x, y).red ? 1 : 0);
+}
+
+TEST(qDitherTest, MidGreyAlternatesUnderFullDiffusion) {
+    const BgraImage image(10, 6, rgba(128, 128, 128));
+    const qSafeColormap bw = palette_of({rgba(0, 0, 0), rgba(255, 255, 255)});
+    const Mapped got = map_image(image, bw, Mapper::kDiffusion, true, 1.0f);
+    ASSERT_EQ(got.status, 0);
+    EXPECT_EQ(got.indices[0], 1);  // 128 is nearer to white
+    for (int y = 0; y < 6; ++y) {
+        SCOPED_TRACE(y);
+        for (int x = 1; x < 10; ++x)
+            EXPECT_NE(got.indices[static_cast<size_t>(y * 10 + x)],
+                      got.indices[static_cast<size_t>(y * 10 + x - 1)])
+                << x;
+    }
+}
+
+TEST(qDitherTest, DiffusedAlphaRows) {
+    // Colour equal to the opaque entry, so only the alpha error travels.
+    const qSafeColormap map = palette_of({rgba(40, 80, 120), rgba(255, 255, 255, 0)});
+    {
+        SCOPED_TRACE("alpha 128: desired 128, 65, 160, 81, 168, ...");
+        const Mapped got = map_image(BgraImage(12, 1, rgba(40, 80, 120, 128)), map,
+                                     Mapper::kDiffusion, false, 1.0f, 1.0f);
+        ASSERT_EQ(got.status, 0);
+        for (int x = 0; x < 12; ++x) EXPECT_EQ(got.indices[static_cast<size_t>(x)], x % 2) << x;
+    }
+    {
+        SCOPED_TRACE("alpha 64: desired 64, 96, 112, 120, ..., never 128");
+        const Mapped got = map_image(BgraImage(24, 1, rgba(40, 80, 120, 64)), map,
+                                     Mapper::kDiffusion, false, 1.0f, 1.0f);
+        ASSERT_EQ(got.status, 0);
+        for (int x = 0; x < 24; ++x) EXPECT_EQ(got.indices[static_cast<size_t>(x)], 1) << x;
+    }
+}
+
+TEST(qDitherTest, TwoLevelAlphaAndTransparentPixels) {
+    BgraImage image(4, 1, rgba(200, 10, 10, 1));
+    image.at(1, 0).alpha = 0;
+    image.at(3, 0).alpha = 0;
+    const qSafeColormap with_t =
+        palette_of({rgba(0, 0, 0), rgba(255, 255, 255, 0), rgba(200, 10, 10)});
+    for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
+        SCOPED_TRACE(mapper == Mapper::kNearest ? "nearest" : "diffusion");
+        const Mapped got = map_image(image, with_t, mapper, false, 1.0f, 0.0f);
+        ASSERT_EQ(got.status, 0);
+        EXPECT_EQ(got.indices, (std::vector<unsigned char>{2, 1, 2, 1}));
+        // Opaque: alpha ignored, every pixel a colour.
+        EXPECT_EQ(map_image(image, with_t, mapper, true).indices,
+                  (std::vector<unsigned char>{2, 2, 2, 2}));
+        // No transparent entry: the first alpha-0 pixel fails, the one before it stays.
+        const qSafeColormap opaque_only = palette_of({rgba(0, 0, 0), rgba(200, 10, 10)});
+        const Mapped failed = map_image(image, opaque_only, mapper, false);
+        EXPECT_EQ(failed.status, -10);
+        EXPECT_EQ(failed.indices[0], 1);
+        EXPECT_EQ(failed.indices[2], 0xEE);
+        EXPECT_EQ(map_image(image, opaque_only, mapper, true).status, 0);
+    }
+}
+
+// ---- properties
+// ----------------------------------------------------------------------------------
+
+TEST(qColorMappingTest, ColoursOfThePaletteComeBackExactly) {
+    qColorQuantProxy proxy;
+    ASSERT_EQ(proxy.create_fixed_colormap(256, CM_CUBE, true), 0);
+    const qIColormap& cube = *proxy.fixed_colormap();  // 216 colours + transparent white
+    std::mt19937 rng(2);
+    BgraImage image(31, 17);
+    std::vector<unsigned char> expected;
+    for (int y = 0; y < 17; ++y) {
+        for (int x = 0; x < 31; ++x) {
+            const int index = static_cast<int>(rng() % 217);
+            image.at(x, y) = cube.get_color(index);
+            expected.push_back(static_cast<unsigned char>(index));
+        }
+    }
+    for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
+        for (float alpha_strength : {0.0f, 1.0f}) {
+            SCOPED_TRACE(testing::Message() << (mapper == Mapper::kNearest) << alpha_strength);
+            const Mapped got = map_image(image, cube, mapper, false, 1.0f, alpha_strength);
+            ASSERT_EQ(got.status, 0);
+            EXPECT_EQ(got.indices, expected);
+        }
+    }
+}
+
+TEST(qColorMappingTest, IndicesStayInsideThePalette) {
+    std::mt19937 rng(4);
+    for (int n : {1, 2, 3, 17, 255, 256}) {
+        SCOPED_TRACE(n);
+        std::vector<qPixRA> colours;
+        for (int i = 0; i < n; ++i)
+            colours.push_back(qtest::random_colour(rng, i == n / 2 ? 0 : 255));
+        const qSafeColormap map = palette_of(colours);
+        const BgraImage image = random_image(rng, 23, 11, true);
+        for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
+            for (bool opaque : {false, true}) {
+                const Mapped got = map_image(image, map, mapper, opaque, 1.0f, 0.7f);
+                ASSERT_EQ(got.status, 0);
+                for (size_t i = 0; i < got.indices.size(); ++i) {
+                    ASSERT_LT(got.indices[i], n) << i;
+                    const qPixRA source =
+                        image.at(static_cast<int>(i % 23), static_cast<int>(i / 23));
+                    if (!opaque && mapper == Mapper::kNearest && n > 1) {
+                        EXPECT_EQ(source.alpha == 0, got.indices[i] == n / 2) << i;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(qColorMappingTest, NoStrengthMeansNearestColour) {
+    std::mt19937 rng(6);
+    std::vector<qPixRA> colours;
+    for (int i = 0; i < 40; ++i) colours.push_back(qtest::random_colour(rng, i == 3 ? 0 : 255));
+    const qSafeColormap map = palette_of(colours);
+    const BgraImage image = random_image(rng, 29, 13, true);
+    for (bool opaque : {false, true}) {
+        SCOPED_TRACE(opaque);
+        const Mapped nearest = map_image(image, map, Mapper::kNearest, opaque);
+        const Mapped dithered = map_image(image, map, Mapper::kDiffusion, opaque, 0.0f, 0.0f);
+        ASSERT_EQ(nearest.status, 0);
+        ASSERT_EQ(dithered.status, 0);
+        EXPECT_EQ(nearest.indices, dithered.indices);
+        for (size_t i = 0; i < nearest.indices.size(); ++i) {
+            const qPixRA p = image.at(static_cast<int>(i % 29), static_cast<int>(i / 29));
+            const int expected =
+                !opaque && p.alpha == 0 ? 3 : qtest::cache_nearest(map, p.red, p.green, p.blue);
+            ASSERT_EQ(nearest.indices[i], expected) << i;
+        }
+    }
+}
+
+// A straightforward diffusion written from the description, with separate previous and current
+// error rows and brute-force look-ups: the library's in-place rows, templates and cache must
+// agree with it pixel for pixel.
+std::vector<unsigned char> reference_dither(const BgraImage& image, const qIColormap& map,
+                                            bool opaque, float cs, float as) {
+    int16_t ct[kErrorTableSize], at[kErrorTableSize];
+    q_fill_error_table(ct, cs);
+    q_fill_error_table(at, as);
+    const int w = image.width(), h = image.height();
+    const int t = map.min_t_index();
+    std::vector<std::vector<int>> prev(4, std::vector<int>(static_cast<size_t>(w) + 2, 0));
+    std::vector<unsigned char> out(static_cast<size_t>(w) * h);
+    auto clamp = [](int v) { return v < 0 ? 0 : v > 255 ? 255 : v; };
+    for (int y = 0; y < h; ++y) {
+        const int d = y % 2 ? -1 : 1;
+        std::vector<std::vector<int>> cur = prev;  // cells not yet reached hold the last row
+        int run[4] = {0, 0, 0, 0};
+        for (int n = 0; n < w; ++n) {
+            const int x = d > 0 ? n : w - 1 - n;
+            const qPixRA p = image.at(x, y);
+            const int src[4] = {p.blue, p.green, p.red, p.alpha};
+            int want[4];
+            for (int c = 0; c < 4; ++c) {
+                const int ahead = prev[c][static_cast<size_t>(x + d + 1)];
+                const int here = prev[c][static_cast<size_t>(x + 1)];
+                const int behind = cur[c][static_cast<size_t>(x - d + 1)];
+                want[c] = src[c] + (3 * ahead + 5 * here + behind + 7 * run[c]) / 16;
+            }
+            int index;
+            if (opaque)
+                index = qtest::cache_nearest(map, clamp(want[2]), clamp(want[1]), clamp(want[0]));
+            else if (as > 0)
+                index = clamp(want[3]) < 128 ? t
+                                             : qtest::cache_nearest(map, clamp(want[2]),
+                                                                    clamp(want[1]), clamp(want[0]));
+            else
+                index = p.alpha == 0 ? t
+                                     : qtest::cache_nearest(map, clamp(want[2]), clamp(want[1]),
+                                                            clamp(want[0]));
+            out[static_cast<size_t>(y * w + x)] = static_cast<unsigned char>(index);
+            const qPixRA got = map.get_color(index);
+            const int chosen[4] = {got.blue, got.green, got.red, got.alpha};
+            for (int c = 0; c < 3; ++c)
+                run[c] = opaque || got.alpha != 0 ? ct[want[c] - chosen[c] + kErrorTableOffset] : 0;
+            run[3] = !opaque && as > 0 ? at[want[3] - chosen[3] + kErrorTableOffset] : 0;
+            for (int c = 0; c < 4; ++c) cur[c][static_cast<size_t>(x + 1)] = run[c];
+        }
+        prev = cur;
+    }
+    return out;
+}
+
+// Forwards to a qGifColormap through the interface, so the mappers take their generic path.
+class ForwardingMap : public qIExColormap {
+public:
+    explicit ForwardingMap(const qIColormap* map) { cache_.attach(map); }
+    void clear() override {}
+    bool valid_index(int i) const override { return cache_.valid_index(i); }
+    int num_colors() const override { return cache_.num_colors(); }
+    const qPixRA* colors() const override { return cache_.colors(); }
+    qPixRA get_color(int i) const override { return cache_.get_color(i); }
+    int map_color(unsigned char r, unsigned char g, unsigned char b,
+                  unsigned char a) const override {
+        return cache_.map_color(r, g, b, a);
+    }
+    int nearest_index(unsigned char r, unsigned char g, unsigned char b) const override {
+        return cache_.nearest_index(r, g, b);
+    }
+
+private:
+    qGifColormap cache_;
+};
+
+TEST(qDitherTest, MatchesAStraightforwardReference) {
+    std::mt19937 rng(8);
+    for (int round = 0; round < 12; ++round) {
+        const int n = 2 + static_cast<int>(rng() % 60);
+        std::vector<qPixRA> colours;
+        for (int i = 0; i < n; ++i) colours.push_back(qtest::random_colour(rng, i == 1 ? 0 : 255));
+        const qSafeColormap map = palette_of(colours);
+        const BgraImage image = random_image(rng, 1 + static_cast<int>(rng() % 40),
+                                             1 + static_cast<int>(rng() % 9), round % 2);
+        const bool opaque = round % 3 == 0;
+        const float cs = round % 4 == 1 ? 0.5f : 1.0f;
+        const float as = round % 5 < 2 ? 0.0f : 0.8f;
+        SCOPED_TRACE(testing::Message()
+                     << "round " << round << " opaque " << opaque << " cs " << cs << " as " << as);
+        const std::vector<unsigned char> expected = reference_dither(image, map, opaque, cs, as);
+        const Mapped cached = map_image(image, map, Mapper::kDiffusion, opaque, cs, as);
+        ASSERT_EQ(cached.status, 0);
+        EXPECT_EQ(cached.indices, expected);
+        const ForwardingMap generic(&map);
+        const Mapped virtual_path =
+            map_image(image, map, Mapper::kDiffusion, opaque, cs, as, nullptr, &generic);
+        ASSERT_EQ(virtual_path.status, 0);
+        EXPECT_EQ(virtual_path.indices, expected);
+    }
+}
+
+TEST(qColorMappingTest, IndexedSourcesAreReadThroughTheirPaletteCopy) {
+    std::mt19937 rng(9);
+    const qSafeColormap palette = palette_of(
+        {rgba(0, 0, 0), rgba(250, 0, 0), rgba(0, 250, 0), rgba(0, 0, 250, 0), rgba(250, 250, 250)});
+    qtest::IndexImage image(9, 7, &palette);
+    for (int y = 0; y < 7; ++y)
+        for (int x = 0; x < 9; ++x) image.at(x, y) = static_cast<unsigned char>(rng() % 5);
+    for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
+        SCOPED_TRACE(mapper == Mapper::kNearest ? "nearest" : "diffusion");
+        // Mapped to its own palette, every index comes back (index 3 is the transparent one).
+        const Mapped same = map_image(image, palette, mapper, false);
+        ASSERT_EQ(same.status, 0);
+        EXPECT_EQ(same.indices, image.pixels());
+        // Opaque to a palette without the blue: index 3 takes its colour's nearest, black.
+        const qSafeColormap four =
+            palette_of({rgba(0, 0, 0), rgba(250, 0, 0), rgba(0, 250, 0), rgba(250, 250, 250)});
+        const Mapped opaque = map_image(image, four, Mapper::kNearest, true);
+        ASSERT_EQ(opaque.status, 0);
+        for (size_t i = 0; i < opaque.indices.size(); ++i) {
+            const int expected[5] = {0, 1, 2, 0, 3};
+            ASSERT_EQ(opaque.indices[i], expected[image.pixels()[i]]) << i;
+        }
+    }
+}
+
+class StopAfter : public qIMonitor {
+public:
+    explicit StopAfter(int rows) : rows_(rows) {}
+    bool progress(int done, int total, int a, int b) override {
+        calls.push_back({done, total, a, b});
+        return done < rows_;
+    }
+    std::vector<std::vector<int>> calls;
+
+private:
+    int rows_;
+};
+
+TEST(qColorMappingTest, MonitorHearsEveryRowAndCanStop) {
+    const BgraImage image(5, 4, rgba(9, 9, 9));
+    const qSafeColormap map = palette_of({rgba(0, 0, 0)});
+    for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
+        StopAfter all(100);
+        EXPECT_EQ(map_image(image, map, mapper, true, 1, 0, &all).status, 0);
+        EXPECT_EQ(all.calls, (std::vector<std::vector<int>>{
+                                 {1, 4, 0, 1},
+                                 {2, 4, 0, 1},
+                                 {3, 4, 0, 1},
+                                 {4, 4, 0, 1}
+        }));
+        StopAfter two(2);
+        const Mapped stopped = map_image(image, map, mapper, true, 1, 0, &two);
+        EXPECT_EQ(stopped.status, 1);
+        EXPECT_EQ(stopped.indices[9], 0);      // row 1 done
+        EXPECT_EQ(stopped.indices[10], 0xEE);  // row 2 never started
+    }
+}
+
+TEST(qColorMappingTest, BadArgumentsWriteNothing) {
+    std::vector<unsigned char> indices(16, 0xEE), bgra(64, 7), small(12 * 4, 7);
+    const qSafeColormap palette = palette_of({rgba(0, 0, 0)});
+    qGifColormap map;
+    map.attach(&palette);
+    qImageEdit dst, dst32;
+    ASSERT_EQ(dst.Bind(indices.data(), qSize(4, 4), 4, PT_INDEX8), 0);
+    ASSERT_EQ(dst32.Bind(bgra.data(), qSize(4, 4), 16, PT_BGRA32), 0);
+    qImageAlias src, src24, raw_index, short_src;
+    ASSERT_EQ(src.Bind(bgra.data(), qSize(4, 4), 16, PT_BGRA32), 0);
+    ASSERT_EQ(src24.Bind(bgra.data(), qSize(4, 4), 16, PT_BGR24), 0);
+    ASSERT_EQ(raw_index.Bind(indices.data(), qSize(4, 4), 4, PT_INDEX8), 0);  // no palette copy
+    ASSERT_EQ(short_src.Bind(small.data(), qSize(4, 3), 16, PT_BGRA32), 0);
+    const qRect all(0, 0, 4, 4);
+    struct Case {
+        const char* name;
+        qImageEdit* dst;
+        const qImageAlias* src;
+        const qIExColormap* map;
+        qPoint origin;
+        int status;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"null source", &dst, nullptr, &map, qPoint(), -5},
+        {"null map", &dst, &src, nullptr, qPoint(), -5},
+        {"true-colour destination", &dst32, &src, &map, qPoint(), -6},
+        {"24-bit source", &dst, &src24, &map, qPoint(), -6},
+        {"indexed source without palette", &dst, &raw_index, &map, qPoint(), -5},
+        {"source one row short", &dst, &short_src, &map, qPoint(), -5},
+        {"origin pushes past the source", &dst, &src, &map, qPoint(1, 0), -5},
+        {"negative origin", &dst, &src, &map, qPoint(-1, 0), -5},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.dst->map_colors(all, c.src, c.origin, c.map, true, nullptr), c.status);
+        EXPECT_EQ(c.dst->dither_colors(all, c.src, c.origin, c.map, true, 1, 1, nullptr), c.status);
+        EXPECT_EQ(indices, std::vector<unsigned char>(16, 0xEE));
+    }
+    // An area outside the view: nothing to do for the plain mapper, no error rows for dithering.
+    EXPECT_EQ(dst.map_colors(qRect(10, 10, 4, 4), &src, qPoint(), &map, true, nullptr), 0);
+    EXPECT_EQ(dst.dither_colors(qRect(10, 10, 4, 4), &src, qPoint(), &map, true, 1, 1, nullptr),
+              -1);
+    // An area hanging off the left edge: its visible columns read the source from column 2 on.
+    EXPECT_EQ(dst.map_colors(qRect(-2, 1, 4, 2), &src, qPoint(2, 0), &map, true, nullptr), -5);
+    EXPECT_EQ(dst.map_colors(qRect(-2, 1, 4, 2), &src, qPoint(0, 0), &map, true, nullptr), 0);
+    EXPECT_EQ(indices, (std::vector<unsigned char>{0xEE, 0xEE, 0xEE, 0xEE, 0, 0, 0xEE, 0xEE, 0, 0,
+                                                   0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE}));
+}
+
+#ifdef QIMG_ALLOCATION_HOOK
+TEST(qDitherTest, ErrorRowAllocationFailure) {
+    std::vector<unsigned char> indices(4, 0xEE), bgra(16, 9);
+    const qSafeColormap palette = palette_of({rgba(0, 0, 0)});
+    qGifColormap map;
+    map.attach(&palette);
+    qImageEdit dst;
+    qImageAlias src;
+    ASSERT_EQ(dst.Bind(indices.data(), qSize(2, 2), 2, PT_INDEX8), 0);
+    ASSERT_EQ(src.Bind(bgra.data(), qSize(2, 2), 8, PT_BGRA32), 0);
+    qimg_fail_allocation(1);
+    EXPECT_EQ(dst.dither_colors(qRect(0, 0, 2, 2), &src, qPoint(), &map, true, 1, 0, nullptr), -1);
+    qimg_fail_allocation(0);
+    EXPECT_EQ(indices, std::vector<unsigned char>(4, 0xEE));
+    EXPECT_EQ(dst.dither_colors(qRect(0, 0, 2, 2), &src, qPoint(), &map, true, 1, 0, nullptr), 0);
+    EXPECT_EQ(indices, std::vector<unsigned char>(4, 0));
+}
+#endif
+
+}  // namespace

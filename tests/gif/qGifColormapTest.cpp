@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+
+#include "color/qTestImages.h"
+#include "qimg/color/qSafeColormap.h"
+#include "qimg/gif/qGifColormap.h"
+
+namespace {
+
+using qtest::rgba;
+
+struct PaletteCase {
+    std::string name;
+    qSafeColormap map;
+};
+
+std::vector<PaletteCase> palettes() {
+    std::mt19937 rng(7);
+    std::vector<PaletteCase> cases;
+    auto add = [&](std::string name, int n, auto make) {
+        PaletteCase c{std::move(name), {}};
+        for (int i = 0; i < n; ++i) c.map.set_color(i, make(i));
+        cases.push_back(std::move(c));
+    };
+    add("random 256", 256, [&](int) { return qtest::random_colour(rng); });
+    add("random 7", 7, [&](int) { return qtest::random_colour(rng); });
+    add("random 2", 2, [&](int) { return qtest::random_colour(rng); });
+    add("one entry", 1, [&](int) { return rgba(10, 200, 30); });
+    // Every third entry transparent, the transparent ones placed where they would win.
+    add("with transparent entries", 40,
+        [&](int i) { return qtest::random_colour(rng, i % 3 == 0 ? 0 : 255); });
+    // Eight colours each repeated: the lower index must win everywhere.
+    std::vector<qPixRA> base;
+    for (int i = 0; i < 8; ++i) base.push_back(qtest::random_colour(rng));
+    add("duplicates", 24, [&](int i) { return base[static_cast<size_t>((i * 5) % 8)]; });
+    add("all transparent", 5, [&](int) { return qtest::random_colour(rng, 0); });
+    // Entries sitting on cell borders and centres, where ties are frequent.
+    add("grid", 64, [&](int i) { return rgba((i & 3) * 64, ((i >> 2) & 3) * 64, (i >> 4) * 64); });
+    add("partial alphas", 30, [&](int i) { return qtest::random_colour(rng, i * 8 + 1); });
+    return cases;
+}
+
+TEST(qGifColormapTest, EveryCellFollowsThePruningAndSearchRule) {
+    for (const PaletteCase& c : palettes()) {
+        SCOPED_TRACE(c.name);
+        qGifColormap cache;
+        cache.attach(&c.map);
+        int failures = 0;
+        int not_nearest = 0;
+        // Ask in a scrambled order so blocks are filled from every one of their cells.
+        for (int k = 0; k < qGifColormap::kCells && failures < 5; ++k) {
+            const int cell = (k * 7919) % qGifColormap::kCells;
+            const int r = (cell >> 10) * 8 + (k & 7), g = ((cell >> 5) & 31) * 8 + 3,
+                      b = (cell & 31) * 8 + 7 - (k & 7);
+            const int expected = qtest::cache_nearest(c.map, r, g, b);
+            const int got =
+                cache.nearest_index(static_cast<unsigned char>(r), static_cast<unsigned char>(g),
+                                    static_cast<unsigned char>(b));
+            if (got != expected) {
+                ADD_FAILURE() << "colour (" << r << ", " << g << ", " << b << "): got " << got
+                              << ", rule " << expected;
+                ++failures;
+            }
+            if (got != qtest::brute_nearest(c.map, r, g, b)) ++not_nearest;
+        }
+        // Palettes whose entries cannot be pruned wrongly agree with the exhaustive search.
+        if (c.name == "one entry" || c.name == "all transparent") {
+            EXPECT_EQ(not_nearest, 0);
+        }
+    }
+}
+
+TEST(qGifColormapTest, WorkedExamples) {
+    qSafeColormap bw;
+    bw.set_color(0, rgba(0, 0, 0));
+    bw.set_color(1, rgba(255, 255, 255));
+    qGifColormap cache;
+    cache.attach(&bw);
+    EXPECT_EQ(cache.nearest_index(0, 0, 0), 0);
+    EXPECT_EQ(cache.nearest_index(255, 255, 255), 1);
+    EXPECT_EQ(cache.nearest_index(128, 128, 128), 1);  // cell centre 132 is nearer to white
+    EXPECT_EQ(cache.nearest_index(120, 120, 120), 0);
+
+    // The plain questions are the wrapped map's.
+    EXPECT_EQ(cache.num_colors(), 2);
+    EXPECT_EQ(cache.colors(), bw.colors());
+    EXPECT_EQ(cache.get_color(1), bw.get_color(1));
+    EXPECT_TRUE(cache.valid_index(1));
+    EXPECT_FALSE(cache.valid_index(2));
+}
+
+TEST(qGifColormapTest, MapColorSendsLowAlphaToTheTransparentEntry) {
+    qSafeColormap map;
+    map.set_color(0, rgba(255, 0, 0));
+    map.set_color(1, rgba(255, 255, 255, 0));
+    map.set_color(2, rgba(0, 0, 255));
+    qGifColormap cache;
+    cache.attach(&map);
+    EXPECT_EQ(cache.min_t_index(), 1);
+    EXPECT_EQ(cache.alpha_hint(), AT_BILEVEL);
+    EXPECT_EQ(cache.map_color(255, 255, 255, 127), 1);
+    EXPECT_EQ(cache.map_color(255, 0, 0, 0), 1);
+    EXPECT_EQ(cache.map_color(255, 255, 255, 128), 0);  // white is transparent: red is nearer
+    EXPECT_EQ(cache.map_color(0, 0, 250, 255), 2);
+
+    qSafeColormap opaque;
+    opaque.set_color(0, rgba(1, 2, 3));
+    cache.attach(&opaque);
+    EXPECT_EQ(cache.map_color(1, 2, 3, 0), -1);  // nothing to give a transparent pixel
+    EXPECT_EQ(cache.map_color(1, 2, 3, 200), 0);
+}
+
+TEST(qGifColormapTest, AttachForgetsTheOldAnswers) {
+    qSafeColormap first, second;
+    first.set_color(0, rgba(0, 0, 0));
+    first.set_color(1, rgba(255, 255, 255));
+    second.set_color(0, rgba(255, 255, 255));
+    second.set_color(1, rgba(0, 0, 0));
+    qGifColormap cache;
+    cache.attach(&first);
+    ASSERT_EQ(cache.nearest_index(250, 250, 250), 1);
+    cache.attach(&second);
+    EXPECT_EQ(cache.nearest_index(250, 250, 250), 0);
+}
+
+TEST(qGifColormapTest, EmptyOrDetachedMapsGiveNoIndex) {
+    qGifColormap cache;
+    EXPECT_EQ(cache.nearest_index(1, 2, 3), -1);
+    EXPECT_EQ(cache.map_color(1, 2, 3, 255), -1);
+    EXPECT_EQ(cache.map_color(1, 2, 3, 0), -1);
+    EXPECT_EQ(cache.num_colors(), 0);
+    EXPECT_EQ(cache.colors(), nullptr);
+    EXPECT_EQ(cache.get_color(0), q_zero_color);
+
+    qSafeColormap empty;
+    cache.attach(&empty);
+    EXPECT_EQ(cache.nearest_index(1, 2, 3), -1);
+    // Entries added later are seen once the cache is attached again.
+    empty.set_color(0, rgba(9, 9, 9));
+    cache.attach(&empty);
+    EXPECT_EQ(cache.nearest_index(1, 2, 3), 0);
+    cache.clear();
+    EXPECT_EQ(cache.nearest_index(1, 2, 3), -1);
+}
+
+}  // namespace
