@@ -239,6 +239,47 @@ TEST(qBitBltTest, ScaledProductForAllPairs) {
     EXPECT_EQ(differs_from_rounding, 128);
 }
 
+// The over composite and the channel blend for every source alpha, destination alpha and colour
+// difference: pixel (row a, column da) of each pass carries three differences s - d.
+TEST(qBitBltTest, OverAndBlendForEveryAlphaPairAndDifference) {
+    Surface src(PT_BGRA32, 256, 256), over(PT_BGRA32, 256, 256), blend(PT_BGRA32, 256, 256);
+    for (int first = -255; first <= 255; first += 3) {
+        for (int a = 0; a < 256; ++a) {
+            for (int da = 0; da < 256; ++da) {
+                for (int c = 0; c < 3; ++c) {
+                    const int x = first + c > 255 ? 0 : first + c;
+                    const int d = x < 0 ? -x : 0;
+                    src.at(a, da)[c] = static_cast<unsigned char>(d + x);
+                    over.at(a, da)[c] = blend.at(a, da)[c] = static_cast<unsigned char>(d);
+                }
+                src.at(a, da)[3] = static_cast<unsigned char>(a);
+                over.at(a, da)[3] = blend.at(a, da)[3] = static_cast<unsigned char>(da);
+            }
+        }
+        const std::vector<unsigned char> before = over.bytes;
+        const qRect all(0, 0, 256, 256);
+        ASSERT_EQ(over.view.BitBlt(all, &src.view, qPoint(), BLT_OVER, 255, nullptr), 0);
+        ASSERT_EQ(blend.view.BitBlt(all, &src.view, qPoint(), BLT_BLEND, 255, nullptr), 0);
+        for (int a = 0; a < 256; ++a) {
+            for (int da = 0; da < 256; ++da) {
+                const size_t at = static_cast<size_t>(a) * 1024 + static_cast<size_t>(da) * 4;
+                const int na = da + (((255 - da) * a + 127) * 257 >> 16);
+                for (int c = 0; c < 3; ++c) {
+                    const int s_c = src.bytes[at + c], d = before[at + c];
+                    const int want_over = a == 0 ? d : d + (s_c - d) * a / na;
+                    const int want_blend = d + ((((s_c - d) * a + 127) * 257) >> 16);
+                    ASSERT_EQ(over.bytes[at + c], want_over)
+                        << "a " << a << " da " << da << " s " << s_c << " d " << d;
+                    ASSERT_EQ(blend.bytes[at + c], want_blend)
+                        << "a " << a << " s " << s_c << " d " << d;
+                }
+                ASSERT_EQ(over.bytes[at + 3], a == 0 ? da : na);
+                ASSERT_EQ(blend.bytes[at + 3], a);
+            }
+        }
+    }
+}
+
 // Every cell of (source type, destination type, mode, opacity) against the reference, on
 // random sizes, positions and clips. The case number seeds the case, so a failure re-runs alone.
 TEST(qBitBltTest, EveryCellMatchesTheReference) {

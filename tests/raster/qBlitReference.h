@@ -446,15 +446,25 @@ inline std::shared_ptr<qColormap> random_palette(std::mt19937& rng) {
     return map;
 }
 
-// Random bytes, with the alpha bytes of PT_BGRA32 and PT_GRAY_ALPHA16 drawn by random_alpha.
+// Random bytes, with the alpha bytes of PT_BGRA32 and PT_GRAY_ALPHA16 drawn by random_alpha,
+// either per pixel or, in half of the images, in runs of 1 to 40 pixels (so that whole groups
+// of transparent or opaque pixels occur).
 inline void fill_random(Image& image, std::mt19937& rng) {
     const int bytes = pixel_bytes(image.type());
+    const bool runs = rng() % 2;
+    unsigned char alpha = 0;
+    int run_left = 0;
     for (int r = 0; r < image.height(); ++r) {
         for (int c = 0; c < image.width(); ++c) {
             unsigned char* p = image.pixel(r, c);
             for (int b = 0; b < bytes; ++b) p[b] = static_cast<unsigned char>(rng());
-            if (image.type() == PT_BGRA32) p[3] = random_alpha(rng);
-            if (image.type() == PT_GRAY_ALPHA16) p[1] = random_alpha(rng);
+            if (!runs || run_left == 0) {
+                alpha = random_alpha(rng);
+                run_left = 1 + static_cast<int>(rng() % 40);
+            }
+            --run_left;
+            if (image.type() == PT_BGRA32) p[3] = alpha;
+            if (image.type() == PT_GRAY_ALPHA16) p[1] = alpha;
         }
     }
 }
