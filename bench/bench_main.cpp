@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,14 +15,23 @@ namespace {
 class RateCollector : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
+        // With --benchmark_repetitions the median of the repetitions is kept.
         for (const Run& run : runs) {
-            if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
+            if (run.error_occurred) continue;
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if (run.run_type != Run::RT_Iteration && !median) continue;
             const auto it = run.counters.find("Mpix/s");
-            if (it != run.counters.end()) rates[run.benchmark_name()] = it->second.value;
+            if (it == run.counters.end()) continue;
+            std::string name = run.run_name.str();
+            if (median || !medians_.count(name)) rates[name] = it->second.value;
+            if (median) medians_.insert(name);
         }
         ConsoleReporter::ReportRuns(runs);
     }
     std::map<std::string, double> rates;
+
+private:
+    std::set<std::string> medians_;
 };
 
 // "qimg_copy32/1920/1080" -> ("qimg", "copy32/1920/1080").
