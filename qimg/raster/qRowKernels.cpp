@@ -25,7 +25,9 @@
 
 #if defined(QIMG_SCALAR_ONLY) || !defined(__x86_64__) || !defined(__GNUC__)
 
-qRowConverter q_fast_row_converter(qPixelOp, qTypeSlot, qTypeSlot) { return nullptr; }
+qRowConverter q_fast_row_converter(qPixelOp, qTypeSlot, qTypeSlot) {
+    return nullptr;
+}
 
 #else
 
@@ -180,9 +182,9 @@ QIMG_AVX2 QIMG_INLINE __m256i scaled_product_avx2(__m256i x, __m256i y) {
 // Byte `channel` of every pixel, as a 32-bit lane.
 QIMG_AVX2 QIMG_INLINE __m256i channel_avx2(__m256i v, int channel) {
     const char c = static_cast<char>(channel), z = -1;
-    const __m256i pick = _mm256_setr_epi8(c, z, z, z, c + 4, z, z, z, c + 8, z, z, z, c + 12, z,
-                                          z, z, c, z, z, z, c + 4, z, z, z, c + 8, z, z, z,
-                                          c + 12, z, z, z);
+    const __m256i pick =
+        _mm256_setr_epi8(c, z, z, z, c + 4, z, z, z, c + 8, z, z, z, c + 12, z, z, z, c, z, z, z,
+                         c + 4, z, z, z, c + 8, z, z, z, c + 12, z, z, z);
     return _mm256_shuffle_epi8(v, pick);
 }
 
@@ -262,7 +264,8 @@ QIMG_AVX2 void blend_8888_avx2(unsigned char* dst, const unsigned char* src, int
             const __m256i dc = channel_avx2(d, ch);
             const __m256i diff = _mm256_sub_epi32(channel_avx2(s, ch), dc);
             const __m256i t = _mm256_add_epi32(_mm256_madd_epi16(diff, a), _mm256_set1_epi32(127));
-            const __m256i moved = _mm256_srai_epi32(_mm256_add_epi32(t, _mm256_slli_epi32(t, 8)), 16);
+            const __m256i moved =
+                _mm256_srai_epi32(_mm256_add_epi32(t, _mm256_slli_epi32(t, 8)), 16);
             c[ch] = _mm256_add_epi32(dc, moved);
         }
         _mm256_storeu_si256(out, join_avx2(c[0], c[1], c[2], a));
@@ -312,6 +315,12 @@ void copy_index8_8888(unsigned char* dst, const unsigned char* src, int count,
     for (; i < count; ++i) std::memcpy(dst + 4 * i, &table[src[i]], 4);
 }
 
+// Same layout on both sides: the pixels are the bytes.
+template <int Bytes>
+void copy_same(unsigned char* dst, const unsigned char* src, int count, const qRowContext&) {
+    std::memcpy(dst, src, static_cast<size_t>(count) * Bytes);
+}
+
 struct FastLine {
     qPixelOp op;
     qTypeSlot src;
@@ -328,6 +337,8 @@ constexpr FastLine kFastLines[] = {
     {OP_BLEND_OPACITY, SLOT_BGRA32, SLOT_BGRA32, blend_8888_sse2<true>,  blend_8888_avx2<true>},
     {OP_COPY,          SLOT_BGR24,  SLOT_BGRA32, nullptr,                copy_888_8888_avx2},
     {OP_COPY,          SLOT_INDEX8, SLOT_BGRA32, copy_index8_8888,       copy_index8_8888},
+    {OP_COPY,          SLOT_BGRA32, SLOT_BGRA32, copy_same<4>,           copy_same<4>},
+    {OP_COPY,          SLOT_BGR24,  SLOT_BGR24,  copy_same<3>,           copy_same<3>},
 };
 // clang-format on
 
