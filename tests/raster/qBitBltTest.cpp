@@ -294,8 +294,11 @@ TEST(qBitBltTest, EveryCellMatchesTheReference) {
                 for (int k : opacities) {
                     for (int repeat = 0; repeat < 4; ++repeat, ++case_number) {
                         std::mt19937 rng(static_cast<unsigned>(case_number));
-                        Image src(st, 1 + rng() % 48, 1 + rng() % 16);
-                        Image dst(dt, 1 + rng() % 48, 1 + rng() % 16);
+                        // Contiguous rows without a monitor are drawn as one run.
+                        const bool contiguous = rng() % 2;
+                        const bool watched = rng() % 2;
+                        Image src(st, 1 + rng() % 48, 1 + rng() % 16, contiguous);
+                        Image dst(dt, 1 + rng() % 48, 1 + rng() % 16, contiguous);
                         qref::fill_random(src, rng);
                         qref::fill_random(dst, rng);
                         const bool indexed_src = st == PT_INDEX8 || st == PT_INDEX16;
@@ -315,11 +318,12 @@ TEST(qBitBltTest, EveryCellMatchesTheReference) {
                         ASSERT_EQ(qref::bind(from, src, hs), 0);
                         ASSERT_EQ(qref::bind(to, dst, hd), 0);
                         CountingMonitor monitor;
-                        const int got = to.BitBlt(rect, &from, pos, mode,
-                                                  static_cast<unsigned char>(k), &monitor);
+                        const int got =
+                            to.BitBlt(rect, &from, pos, mode, static_cast<unsigned char>(k),
+                                      watched ? &monitor : nullptr);
                         const qref::Difference diff = qref::first_difference(dst, expected);
                         ASSERT_TRUE(got == want.status && diff.row < 0 &&
-                                    monitor.calls == want.rows)
+                                    monitor.calls == (watched ? want.rows : 0))
                             << "case " << case_number << ": src " << st << " dst " << dt << " mode "
                             << mode << " opacity " << k << " status " << got << " want "
                             << want.status << " rows " << monitor.calls << " want " << want.rows
@@ -415,7 +419,7 @@ TEST(qFillRectTest, PaintsTheClippedAreaOnly) {
         for (int width : {10, 17, 33}) {  // odd widths end exactly at the last pixel
             SCOPED_TRACE(testing::Message() << c.name << " width " << width);
             Image image(c.type, width, 10);
-            for (int r = 0; r < 10; ++r) std::memset(image.row(r), 0xEE, image.rows()[r].size());
+            for (int r = 0; r < 10; ++r) std::memset(image.row(r), 0xEE, image.row_bytes());
             std::unique_ptr<qIImageBuffer> holder;
             qImageEdit view;
             qref::bind(view, image, holder);
