@@ -3,8 +3,9 @@
 // is decoded from memory. "Mpix" counts frame pixels (each frame's width x height, summed), so
 // the three decoders are measured on the same unit.
 //
-//   GifDecode/<decoder>/corpus     every file of tests/gif/corpus per iteration
-//   GifDecode/<decoder>/dithered   a dithered 1920x1080 still (written by `make bench`)
+//   <decoder>_gifdecode/corpus     every file of tests/gif/corpus per iteration
+//   <decoder>_gifdecode/dithered   a dithered 1920x1080 still (written by `make bench`)
+//                                  decoder: qimg, peer (giflib), stb (stb_image)
 //   GifDecodeRatio/<input>         qimg's Mpix/s divided by giflib's and stb_image's, timed in
 //                                  the same run (best of several rounds each)
 //   GifDecodePeakMemory            heap in use while qimg reads the largest corpus file
@@ -92,8 +93,8 @@ int64_t giflib_decode(const Bytes& bytes) {
     int64_t pixels = 0;
     if (DGifSlurp(gif) == GIF_OK) {
         for (int i = 0; i < gif->ImageCount; ++i) {
-            pixels += int64_t{gif->SavedImages[i].ImageDesc.Width} *
-                      gif->SavedImages[i].ImageDesc.Height;
+            pixels +=
+                int64_t{gif->SavedImages[i].ImageDesc.Width} * gif->SavedImages[i].ImageDesc.Height;
         }
     }
     DGifCloseFile(gif, &error);
@@ -243,15 +244,13 @@ void peak_memory(benchmark::State& state) {
         static_cast<double>(peak) / static_cast<double>(largest.frame_pixels);
 }
 
-BENCHMARK_CAPTURE(run, qimg/corpus, qimg_decode, corpus())->Name("GifDecode/qimg/corpus");
-BENCHMARK_CAPTURE(run, giflib/corpus, giflib_decode, corpus())->Name("GifDecode/giflib/corpus");
-BENCHMARK_CAPTURE(run, stb/corpus, stb_decode, corpus())->Name("GifDecode/stb_image/corpus");
-BENCHMARK_CAPTURE(run, qimg/dithered, qimg_decode, dithered())
-    ->Name("GifDecode/qimg/dithered");
-BENCHMARK_CAPTURE(run, giflib/dithered, giflib_decode, dithered())
-    ->Name("GifDecode/giflib/dithered");
-BENCHMARK_CAPTURE(run, stb/dithered, stb_decode, dithered())
-    ->Name("GifDecode/stb_image/dithered");
+BENCHMARK_CAPTURE(run, qimg / corpus, qimg_decode, corpus())->Name("qimg_gifdecode/corpus");
+BENCHMARK_CAPTURE(run, giflib / corpus, giflib_decode, corpus())->Name("peer_gifdecode/corpus");
+BENCHMARK_CAPTURE(run, stb / corpus, stb_decode, corpus())->Name("stb_gifdecode/corpus");
+BENCHMARK_CAPTURE(run, qimg / dithered, qimg_decode, dithered())->Name("qimg_gifdecode/dithered");
+BENCHMARK_CAPTURE(run, giflib / dithered, giflib_decode, dithered())
+    ->Name("peer_gifdecode/dithered");
+BENCHMARK_CAPTURE(run, stb / dithered, stb_decode, dithered())->Name("stb_gifdecode/dithered");
 BENCHMARK_CAPTURE(ratio, corpus, corpus())->Name("GifDecodeRatio/corpus")->Iterations(1);
 BENCHMARK_CAPTURE(ratio, dithered, dithered())->Name("GifDecodeRatio/dithered")->Iterations(1);
 BENCHMARK(peak_memory)->Name("GifDecodePeakMemory")->Iterations(1);
