@@ -53,6 +53,11 @@ constexpr int kSlack = 16;
 constexpr int kStageBytes = 4096;
 // The output block allocated for an image of no declared pixels.
 constexpr int kEmptyImageCapacity = 4088;
+// The offset of a literal's entry until the literal is first written: no copy to take it from.
+// Any count minus this is below 16, so such an entry never takes the 16-byte move.
+constexpr int kUnwritten = INT_MAX;
+// The largest output: count + a string's length + kSlack stays inside the int range.
+constexpr int kMaxCapacity = INT_MAX - 2 * 4096 - kSlack;
 
 inline uint64_t load_le64(const unsigned char* p) {
     uint64_t v;
@@ -98,13 +103,12 @@ bool qLzwDecoder::start(int min_code_size) {
     initial_width_ = code_width_ = m + 1;
     clear_code_ = previous_ = 1u << m;
     next_code_ = static_cast<int>(clear_code_) + 2;
-    // Length 0 marks a literal not written yet: it has no copy in the output to point at.
-    for (uint32_t i = 0; i < clear_code_; ++i) table_[i] = Entry{0, 0};
+    for (uint32_t i = 0; i < clear_code_; ++i) table_[i] = Entry{kUnwritten, 1};
     return usable;
 }
 
 void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
-    if (!start(min_code_size) || expected_size > static_cast<unsigned>(INT_MAX - kSlack)) return;
+    if (!start(min_code_size) || expected_size > static_cast<unsigned>(kMaxCapacity)) return;
     const int capacity = expected_size == 0 ? kEmptyImageCapacity : static_cast<int>(expected_size);
     out_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(capacity) + kSlack));
     if (out_ == nullptr) return;
@@ -115,6 +119,7 @@ void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
 
 void qLzwDecoder::init_into(int min_code_size, unsigned char* buffer, int capacity) {
     if (!start(min_code_size) || buffer == nullptr || capacity <= 0) return;
+    if (capacity > kMaxCapacity) capacity = kMaxCapacity;
     out_ = buffer;
     out_capacity_ = capacity;
     room_ = capacity;
@@ -125,7 +130,7 @@ void qLzwDecoder::init_into(int min_code_size, unsigned char* buffer, int capaci
 bool qLzwDecoder::grow(int64_t needed, int64_t step) {
     int64_t capacity = int64_t{out_capacity_} + step;
     if (capacity < needed) capacity = needed;
-    if (capacity > INT_MAX - kSlack) return false;
+    if (capacity > kMaxCapacity) return false;
     const size_t bytes = static_cast<size_t>(capacity) + kSlack;
     unsigned char* block;
     if (owned_) {
@@ -141,6 +146,19 @@ bool qLzwDecoder::grow(int64_t needed, int64_t step) {
     out_capacity_ = static_cast<int>(capacity);
     room_ = out_capacity_ + kSlack;
     return true;
+}
+
+// Writes the string of `code` at `to` = output + `count` without the 16-byte shortcut: a
+// literal's first appearance as itself (its copy from now on), any other string by a forward
+// copy that spills only into room the output has.
+void qLzwDecoder::write_string(unsigned char* to, uint32_t code, int count) {
+    Entry& entry = table_[code];
+    if (entry.offset == kUnwritten) {
+        *to = static_cast<unsigned char>(code);
+        entry.offset = count;
+    } else {
+        copy_string(to, out_ + entry.offset, entry.length, int64_t{room_} - count);
+    }
 }
 
 int qLzwDecoder::feed(const unsigned char* data, int length) {
@@ -177,8 +195,8 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
     unsigned char* out = out_;
     int count = out_count_;
     int capacity = out_capacity_;
-    // A 16-byte move at `count` fits while count <= fast_limit.
-    int fast_limit = room_ - 16;
+    // Strings that end at or below `limit` leave room for a 16-byte move at their start.
+    int limit = room_ - 16 < capacity ? room_ - 16 : capacity;
     Entry* const table = table_;
     int status = 1;
 
@@ -218,9 +236,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             status = -1;
             break;
         }
-        Entry entry = table[prev];
-        const bool first_literal = entry.length == 0;
-        if (first_literal) entry.length = 1;
+        const Entry entry = table[prev];
         if (next < kMaxCodes) {
             table[next] = Entry{count, entry.length + 1};
             ++next;
@@ -229,27 +245,38 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
                 mask = mask * 2 + 1;
             }
         }
-        if (int64_t{count} + entry.length > capacity) {
-            // Grows by (length + 4096) rounded down to a multiple of 4096.
-            out_count_ = count;
-            if (!grow(int64_t{count} + entry.length,
-                      (int64_t{entry.length} + 4096) & ~int64_t{4095})) {
-                status = -1;
-                break;
-            }
-            out = out_;
-            capacity = out_capacity_;
-            fast_limit = room_ - 16;
-        }
         unsigned char* to = out + count;
-        const unsigned char* from = out + entry.offset;
-        if (first_literal) {
-            *to = static_cast<unsigned char>(prev);
-            table[prev] = Entry{count, 1};
-        } else if (count - entry.offset >= 16 && entry.length <= 16 && count <= fast_limit) {
-            std::memcpy(to, from, 16);
+        if (count + entry.length > limit) {
+            // Near the end of the output: grow it when the string does not fit, and write the
+            // string exactly when a 16-byte move would not fit.
+            if (count + entry.length > capacity) {
+                // Grows by (length + 4096) rounded down to a multiple of 4096.
+                out_count_ = count;
+                if (!grow(int64_t{count} + entry.length, (entry.length + 4096) & ~4095)) {
+                    status = -1;
+                    break;
+                }
+                out = out_;
+                capacity = out_capacity_;
+                limit = room_ - 16 < capacity ? room_ - 16 : capacity;
+                to = out + count;
+            }
+            if (count + entry.length > limit) {
+                write_string(to, prev, count);
+                count += entry.length;
+                prev = code;
+                if (code == clear) {
+                    width = initial_width_;
+                    mask = (1u << width) - 1;
+                    next = static_cast<int>(clear) + 2;
+                }
+                continue;
+            }
+        }
+        if (count - entry.offset >= 16 && entry.length <= 16) {
+            std::memcpy(to, out + entry.offset, 16);
         } else {
-            copy_string(to, from, entry.length, int64_t{room_} - count);
+            write_string(to, prev, count);
         }
         count += entry.length;
         prev = code;
@@ -279,14 +306,10 @@ void qLzwDecoder::finish() {
     const uint32_t pending = previous_;
     if (pending == clear || pending >= static_cast<uint32_t>(next_code_)) return;
     const Entry entry = table_[pending];
-    const int length = entry.length == 0 ? 1 : entry.length;
+    const int length = entry.length;
     if (int64_t{out_count_} + length > out_capacity_ && !grow(int64_t{out_count_} + length, 0)) {
         return;
     }
-    if (entry.length == 0) {
-        out_[out_count_] = static_cast<unsigned char>(pending);
-    } else {
-        copy_string(out_ + out_count_, out_ + entry.offset, length, int64_t{room_} - out_count_);
-    }
+    write_string(out_ + out_count_, pending, out_count_);
     out_count_ += length;
 }

@@ -68,13 +68,14 @@ private:
     template <bool kFinishing>
     int decode(const unsigned char* p, const unsigned char* end, int64_t bytes_after);
     bool grow(int64_t needed, int64_t step);
+    void write_string(unsigned char* to, uint32_t code, int count);
     // Resets the codes and the table for code size m; false when m is refused.
     bool start(int min_code_size);
     void release();
 
     // The string of code c is table_[c].length bytes of the output starting at
     // table_[c].offset. Codes below clear_code_ stand for themselves: their entries point at
-    // the literal's first copy in the output, or have length 0 before it is written.
+    // the literal's first copy in the output (an out-of-range offset before it is written).
     Entry table_[kMaxCodes];
     int initial_width_ = 0;  // code width after a clear code: m + 1
     int code_width_ = 0;
