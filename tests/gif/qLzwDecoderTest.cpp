@@ -301,6 +301,13 @@ TEST(qLzwDecoderTest, AllocationFailuresAreReported) {
     qLzwDecoder small;
     small.init(2, 10);
     EXPECT_EQ(small.feed(codes.data(), static_cast<int>(codes.size())), -1);
+    // So does the move out of caller memory that is too small.
+    unsigned char buffer[10];
+    qimg_fail_allocation(1);
+    qLzwDecoder caller;
+    caller.init_into(2, buffer, 10);
+    EXPECT_EQ(caller.feed(codes.data(), static_cast<int>(codes.size())), -1);
+    EXPECT_TRUE(caller.in_caller_buffer());
     qimg_fail_allocation(0);
 }
 #endif
