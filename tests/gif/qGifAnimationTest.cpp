@@ -22,7 +22,9 @@ Bytes animation_bytes(int frames, int looping = -1) {
     b.header().screen(10, 10, 1).color_table(4);
     if (looping >= 0) b.looping(looping);
     for (int i = 0; i < frames; ++i) {
-        b.control(i % 4, i + 1, -1).descriptor(i, i, 2, 2).pixels(2, {0, 1, 2, static_cast<unsigned char>(i % 4)});
+        b.control(i % 4, i + 1, -1)
+            .descriptor(i, i, 2, 2)
+            .pixels(2, {0, 1, 2, static_cast<unsigned char>(i % 4)});
     }
     return b.trailer().bytes();
 }
@@ -54,8 +56,7 @@ TEST(qGifAnimationTest, NextFrameCountsPasses) {
     qGifAnimation three_passes;
     read(&three_passes, animation_bytes(3, 2));
     EXPECT_EQ(three_passes.loop_count(), 3);
-    EXPECT_EQ(next_results(&three_passes, 9, false),
-              (std::vector<int>{0, 0, 0, 0, 0, 0, 0, 0, 2}));
+    EXPECT_EQ(next_results(&three_passes, 9, false), (std::vector<int>{0, 0, 0, 0, 0, 0, 0, 0, 2}));
 
     qGifAnimation endless;
     read(&endless, animation_bytes(3, 0));
@@ -117,9 +118,19 @@ TEST(qGifAnimationTest, EmptyAnimationAnswers) {
 
 TEST(qGifAnimationTest, CloneOwnsItsGlobalMap) {
     qGifAnimation a;
-    read(&a, GifBuilder().header().screen(10, 10, 1).color_table(4).comment("one")
-                 .comment("").looping(4).descriptor(0, 0, 2, 2).pixels(2, {3, 2, 1, 0})
-                 .descriptor(1, 1, 2, 2).pixels(2, {0, 0, 1, 1}).trailer().bytes());
+    read(&a, GifBuilder()
+                 .header()
+                 .screen(10, 10, 1)
+                 .color_table(4)
+                 .comment("one")
+                 .comment("")
+                 .looping(4)
+                 .descriptor(0, 0, 2, 2)
+                 .pixels(2, {3, 2, 1, 0})
+                 .descriptor(1, 1, 2, 2)
+                 .pixels(2, {0, 0, 1, 1})
+                 .trailer()
+                 .bytes());
     ASSERT_EQ(a.seek_frame(1, 0), 0);
     a.next_frame(false);  // a pass completes
     qIComponent* clone = a.clone();
