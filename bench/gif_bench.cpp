@@ -3,17 +3,19 @@
 // is decoded from memory. "Mpix" counts frame pixels (each frame's width x height, summed), so
 // the three decoders are measured on the same unit.
 //
-//   GifDecode/<decoder>/corpus     every file of tests/gif/corpus per iteration
-//   GifDecode/<decoder>/dithered   a dithered 1920x1080 still (written by `make bench`)
+//   <decoder>_gifdecode/corpus     every file of tests/gif/corpus per iteration
+//   <decoder>_gifdecode/dithered   a dithered 1920x1080 still (written by `make bench`)
+//                                  decoder: qimg, peer (giflib), stb (stb_image)
 //   GifDecodeRatio/<input>         qimg's Mpix/s divided by giflib's and stb_image's, timed in
-//                                  the same run (best of several rounds each)
+//                                  the same run in turns (best of 15 rounds each, thread CPU
+//                                  time)
 //   GifDecodePeakMemory            heap in use while qimg reads the largest corpus file
 #include <benchmark/benchmark.h>
 #include <gif_lib.h>
 #include <malloc.h>
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -92,8 +94,8 @@ int64_t giflib_decode(const Bytes& bytes) {
     int64_t pixels = 0;
     if (DGifSlurp(gif) == GIF_OK) {
         for (int i = 0; i < gif->ImageCount; ++i) {
-            pixels += int64_t{gif->SavedImages[i].ImageDesc.Width} *
-                      gif->SavedImages[i].ImageDesc.Height;
+            pixels +=
+                int64_t{gif->SavedImages[i].ImageDesc.Width} * gif->SavedImages[i].ImageDesc.Height;
         }
     }
     DGifCloseFile(gif, &error);
@@ -161,24 +163,28 @@ void run(benchmark::State& state, Decoder decode, const std::vector<Input>& inpu
                                                 benchmark::Counter::kIsIterationInvariantRate);
 }
 
-// Seconds per pass over `inputs`, best of `rounds` passes that each last about 50 ms.
-double best_seconds(Decoder decode, const std::vector<Input>& inputs, int rounds) {
-    using clock = std::chrono::steady_clock;
-    double best = 1e30;
-    for (int r = 0; r < rounds; ++r) {
-        int passes = 0;
-        const auto start = clock::now();
-        double elapsed = 0;
-        do {
-            for (const Input& in : inputs) benchmark::DoNotOptimize(decode(in.bytes));
-            ++passes;
-            elapsed = std::chrono::duration<double>(clock::now() - start).count();
-        } while (elapsed < 0.05);
-        best = std::min(best, elapsed / passes);
-    }
-    return best;
+// CPU time of this thread, so that time the machine gives to other processes is not counted.
+double thread_seconds() {
+    timespec t;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
 }
 
+// CPU seconds per pass over `inputs`, timed over about 30 ms of passes.
+double seconds_per_pass(Decoder decode, const std::vector<Input>& inputs) {
+    int passes = 0;
+    const double start = thread_seconds();
+    double elapsed = 0;
+    do {
+        for (const Input& in : inputs) benchmark::DoNotOptimize(decode(in.bytes));
+        ++passes;
+        elapsed = thread_seconds() - start;
+    } while (elapsed < 0.03);
+    return elapsed / passes;
+}
+
+// The three decoders take turns, round after round, and each keeps its best round, so that
+// load from other processes on the machine hits them alike.
 void ratio(benchmark::State& state, const std::vector<Input>& inputs) {
     if (inputs.empty()) {
         state.SkipWithError("input missing (run `make bench`)");
@@ -186,11 +192,13 @@ void ratio(benchmark::State& state, const std::vector<Input>& inputs) {
     }
     int64_t pixels = 0;
     for (const Input& in : inputs) pixels += in.frame_pixels;
-    double q = 0, g = 0, s = 0;
+    double q = 1e30, g = 1e30, s = 1e30;
     for (auto _ : state) {
-        q = best_seconds(qimg_decode, inputs, 5);
-        g = best_seconds(giflib_decode, inputs, 5);
-        s = best_seconds(stb_decode, inputs, 5);
+        for (int round = 0; round < 15; ++round) {
+            q = std::min(q, seconds_per_pass(qimg_decode, inputs));
+            g = std::min(g, seconds_per_pass(giflib_decode, inputs));
+            s = std::min(s, seconds_per_pass(stb_decode, inputs));
+        }
     }
     state.counters["qimg_Mpix/s"] = static_cast<double>(pixels) * 1e-6 / q;
     state.counters["giflib_Mpix/s"] = static_cast<double>(pixels) * 1e-6 / g;
@@ -243,15 +251,13 @@ void peak_memory(benchmark::State& state) {
         static_cast<double>(peak) / static_cast<double>(largest.frame_pixels);
 }
 
-BENCHMARK_CAPTURE(run, qimg/corpus, qimg_decode, corpus())->Name("GifDecode/qimg/corpus");
-BENCHMARK_CAPTURE(run, giflib/corpus, giflib_decode, corpus())->Name("GifDecode/giflib/corpus");
-BENCHMARK_CAPTURE(run, stb/corpus, stb_decode, corpus())->Name("GifDecode/stb_image/corpus");
-BENCHMARK_CAPTURE(run, qimg/dithered, qimg_decode, dithered())
-    ->Name("GifDecode/qimg/dithered");
-BENCHMARK_CAPTURE(run, giflib/dithered, giflib_decode, dithered())
-    ->Name("GifDecode/giflib/dithered");
-BENCHMARK_CAPTURE(run, stb/dithered, stb_decode, dithered())
-    ->Name("GifDecode/stb_image/dithered");
+BENCHMARK_CAPTURE(run, qimg / corpus, qimg_decode, corpus())->Name("qimg_gifdecode/corpus");
+BENCHMARK_CAPTURE(run, giflib / corpus, giflib_decode, corpus())->Name("peer_gifdecode/corpus");
+BENCHMARK_CAPTURE(run, stb / corpus, stb_decode, corpus())->Name("stb_gifdecode/corpus");
+BENCHMARK_CAPTURE(run, qimg / dithered, qimg_decode, dithered())->Name("qimg_gifdecode/dithered");
+BENCHMARK_CAPTURE(run, giflib / dithered, giflib_decode, dithered())
+    ->Name("peer_gifdecode/dithered");
+BENCHMARK_CAPTURE(run, stb / dithered, stb_decode, dithered())->Name("stb_gifdecode/dithered");
 BENCHMARK_CAPTURE(ratio, corpus, corpus())->Name("GifDecodeRatio/corpus")->Iterations(1);
 BENCHMARK_CAPTURE(ratio, dithered, dithered())->Name("GifDecodeRatio/dithered")->Iterations(1);
 BENCHMARK(peak_memory)->Name("GifDecodePeakMemory")->Iterations(1);

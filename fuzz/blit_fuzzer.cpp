@@ -8,7 +8,8 @@
 //   28..35 source position x, y
 //   36..43 scale factors x, y as 32-bit floats (bit patterns: NaN, infinities, denormals too)
 //   44     flags: bit 0 scaled transfer, bit 1 source palette, bit 2 destination palette,
-//          bit 3 share the palette, bit 4 monitor that stops at row (byte 45)
+//          bit 3 share the palette, bit 4 monitor that stops at row (byte 45), bit 5 images
+//          stored as one contiguous block, bit 6 no monitor at all
 //   46..   pixel and palette bytes, repeated as needed
 // Every row has its own exactly sized allocation, so an overrun of one byte is reported.
 #include <cstdint>
@@ -84,14 +85,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const qPixelType dt = kTypes[in.byte(1) % std::size(kTypes)];
     const qBltMode mode = static_cast<qBltMode>(1 + in.byte(2) % 4);
     const int opacity = in.byte(3);
-    qref::Image src(st, in.side(4), in.side(6));
-    qref::Image dst(dt, in.side(8), in.side(10));
+    const uint8_t flags = in.byte(44);
+    const bool contiguous = flags & 32;
+    qref::Image src(st, in.side(4), in.side(6), contiguous);
+    qref::Image dst(dt, in.side(8), in.side(10), contiguous);
     const qRect rect(in.int32(12), in.int32(16), in.int32(20), in.int32(24));
     const qPoint pos(in.int32(28), in.int32(32));
     const float sx = in.real(36), sy = in.real(40);
-    const uint8_t flags = in.byte(44);
     const bool scaled = flags & 1;
-    const int stop_at = flags & 16 ? 1 + in.byte(45) % 8 : 0;
+    const bool watched = !(flags & 64);
+    const int stop_at = watched && (flags & 16) ? 1 + in.byte(45) % 8 : 0;
 
     size_t cursor = 0;
     fill(src, in, cursor);
@@ -107,12 +110,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::unique_ptr<qIImageBuffer> hs, hd;
     qImageEdit from, to;
     if (qref::bind(from, src, hs) != 0 || qref::bind(to, dst, hd) != 0) std::abort();
-    qref::CountingMonitor monitor(stop_at);
+    qref::CountingMonitor counting(stop_at);
+    qref::CountingMonitor* monitor = watched ? &counting : nullptr;
     const unsigned char k = static_cast<unsigned char>(opacity);
-    const int got = scaled ? to.ScaledBlt(rect, &from, pos, sx, sy, 1, mode, k, &monitor)
-                           : to.BitBlt(rect, &from, pos, mode, k, &monitor);
+    const int got = scaled ? to.ScaledBlt(rect, &from, pos, sx, sy, 1, mode, k, monitor)
+                           : to.BitBlt(rect, &from, pos, mode, k, monitor);
     // A stop request past the last row never fires: the reference then reports every row.
-    if (got != want.status || monitor.calls != want.rows) std::abort();
+    if (got != want.status || counting.calls != (watched ? want.rows : 0)) std::abort();
     if (qref::first_difference(dst, expected).row >= 0) std::abort();
     return 0;
 }

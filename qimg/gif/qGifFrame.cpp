@@ -81,12 +81,56 @@ int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* color
     const int width = size.width > 0 ? size.width : 0;
     const int height = size.height > 0 ? size.height : 0;
     // An image whose buffer the index image would refuse (above 2^31 - 1 bytes) is refused now,
-    // before the decoder allocates width x height bytes for it.
+    // before anything is allocated for it.
     if (width > 0 && height > 0 && q_buffer_bytes(width, height, PT_INDEX8) < 0) return -6;
     const int64_t pixels = int64_t{width} * height;  // fits: the buffer above fits an int
 
+    // Rows stored in order are decoded straight into the new image's buffer: one buffer per
+    // image and no copy, the rows spread to their stride afterwards. Interlaced rows (and empty
+    // sizes, which the index image refuses after decoding) go through the decoder's own block.
     qLzwDecoder decoder;
-    decoder.init(min_code_size, static_cast<unsigned int>(pixels));
+    qIndexImage* image = nullptr;
+    const bool direct = pixels > 0 && !interlaced_;
+    if (direct) {
+        image = q_new<qIndexImage>();
+        if (image == nullptr) return fail(-1);
+        const int rc = image->Create_buffer(qSize(width, height), PT_INDEX8);
+        if (rc != 0) {
+            delete image;
+            return fail(rc);
+        }
+        decoder.init_into(min_code_size, image->pixel_address(0, 0),
+                          q_buffer_bytes(width, height, PT_INDEX8));
+    } else {
+        decoder.init(min_code_size, static_cast<unsigned int>(pixels));
+    }
+    const int rc = decode_data(source, &decoder, monitor);
+    if (rc != 0) {
+        delete image;
+        return rc;
+    }
+
+    if (!direct) {
+        image = q_new<qIndexImage>();
+        if (image == nullptr) return fail(-1);
+        const int created = image->Create_buffer(qSize(width, height), PT_INDEX8);
+        if (created != 0) {
+            delete image;
+            return fail(created);
+        }
+    }
+    place_rows(decoder, image, direct);
+    const int linked = image->set_colormap(colormap, transparent);
+    if (linked != 0) {
+        delete image;
+        return fail(linked);
+    }
+    delete image_;
+    image_ = image;
+    return 0;
+}
+
+int qGifFrame::decode_data(qIFileR* source, qLzwDecoder* decoder, qIMonitor* monitor) {
     const int total = monitor != nullptr ? source->size() : 0;
     unsigned char block[kGifMaxSubBlockBytes];
     int state = 1;  // the decoder's last answer: 1 wants data, 0 has seen the end code
@@ -96,25 +140,44 @@ int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* color
         if (n == 0) break;
         if (source->read(block, n) != n) return -3;
         if (state != 1) continue;  // after the end code: read past, no progress
-        state = decoder.feed(block, n);
+        state = decoder->feed(block, n);
         if (state < 0) return -9;
         if (monitor != nullptr && !monitor->progress(source->seek(0, 1), total, 0, 1)) return 1;
     }
-    decoder.finish();
-    if (decoder.output() == nullptr || decoder.output_size() == 0) return -9;
+    decoder->finish();
+    return decoder->output() == nullptr || decoder->output_size() == 0 ? -9 : 0;
+}
 
-    delete image_;
-    image_ = q_new<qIndexImage>();
-    if (image_ == nullptr) return fail(-1);
-    int rc = image_->Create_buffer(qSize(width, height), PT_INDEX8);
-    if (rc != 0) return fail(rc);
-
-    // Rows take the output from its start, in stored order; pixels it does not reach are 0.
-    const unsigned char* out = decoder.output();
+// Puts the decoded indices into the image's rows, `width` per row from the output's start, in
+// stored or interlaced order; pixels the output does not reach are 0, indices beyond width x
+// height are ignored. `direct`: the output was decoded into the image's own buffer, rows packed
+// one after the other (unless the data overflowed it, see qLzwDecoder::init_into).
+void qGifFrame::place_rows(const qLzwDecoder& decoder, qIndexImage* image, bool direct) const {
+    const qSize size = image->size();
+    const int width = size.width;
+    const int height = size.height;
+    const int64_t pixels = int64_t{width} * height;
     const int64_t available = decoder.output_size();
+    const unsigned char* out = decoder.output();
+    if (direct) {
+        unsigned char* packed = image->pixel_address(0, 0);
+        if (!decoder.in_caller_buffer()) {
+            std::memcpy(packed, out, static_cast<size_t>(pixels));  // the output outgrew it
+        } else if (available < pixels) {
+            std::memset(packed + available, 0, static_cast<size_t>(pixels - available));
+        }
+        // Spread the packed rows to their stride, last row first so nothing is overwritten
+        // before it has moved.
+        for (int row = height - 1; row > 0; --row) {
+            unsigned char* dst = image->pixel_address(row, 0);
+            const unsigned char* src = packed + int64_t{row} * width;
+            if (dst != src) std::memmove(dst, src, static_cast<size_t>(width));
+        }
+        return;
+    }
     int64_t taken = 0;
     auto fill_row = [&](int row) {
-        unsigned char* dst = image_->pixel_address(row, 0);
+        unsigned char* dst = image->pixel_address(row, 0);
         const int64_t n = q_max(0, q_min(width, available - taken));
         std::memcpy(dst, out + taken, static_cast<size_t>(n));
         std::memset(dst + n, 0, static_cast<size_t>(width - n));
@@ -127,9 +190,6 @@ int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* color
             for (int row = pass.start; row < height; row += pass.step) fill_row(row);
         }
     }
-
-    rc = image_->set_colormap(colormap, transparent);
-    return rc == 0 ? 0 : fail(rc);
 }
 
 // ---- copying -----------------------------------------------------------------------------------

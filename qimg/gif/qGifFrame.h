@@ -20,6 +20,7 @@ class qColormap;
 class qGifControl;
 class qIFileR;
 class qIndexImage;
+class qLzwDecoder;
 
 class QIMG_API qGifFrame : public qIFrame, public qIIndexColor {
 public:
@@ -141,6 +142,9 @@ public:
 
 private:
     int fail(int code);
+    // Feeds the data sub-blocks to `decoder` and finishes it; 0, 1, -3 or -9.
+    int decode_data(qIFileR* source, qLzwDecoder* decoder, qIMonitor* monitor);
+    void place_rows(const qLzwDecoder& decoder, qIndexImage* image, bool direct) const;
 
     qIndexImage* image_ = nullptr;
     qPoint offset_;

@@ -25,12 +25,19 @@
 // pending code. When the data stop without an end code, finish() writes that pending code.
 //
 // Speed: the bit buffer is 64 bits wide and is refilled with one unaligned 8-byte load from a
-// staging copy of the input that has zero bytes after its end, so refills happen once per four
-// or five codes. Literal codes never read the table. Strings whose source lies at least 8 (or
-// 16) bytes behind their destination are copied in 8- (or 16-) byte moves, which may run up to
-// 15 bytes past the string's end: the output block keeps kSlack spare bytes for that, and later
-// strings overwrite the spill. The table entry of a written code is moved to the new copy, so
-// sources stay close to the write position and in cache.
+// staging copy of the input that has zero bytes after its end: while 8 input bytes remain, each
+// code starts with a branch-free refill to 56..63 bits. Literal codes take the same path as
+// string codes: a literal's entry points at its first copy in the output (length 1), so writing
+// any code is one table read and one copy, with no branch on the kind of code; only the first
+// appearance of each literal is written byte-wise. A string whose source lies at least 16 bytes
+// behind its destination and that is at most 16 bytes long (nearly all of them) is one 16-byte
+// move, which may spill up to 15 bytes past the string's end into room the output still has;
+// later strings overwrite the spill. Entries keep pointing at the first copy of their string
+// (the output never changes once written), so sources stay far enough behind for those moves.
+//
+// The output can be the caller's memory (init_into): the image reader decodes straight into the
+// index image's pixel buffer, so an image costs one buffer and no copy. Only when the data hold
+// more indices than that buffer has room for does the decoder move to a block of its own.
 #include "qimg/gif/qLzwDecoder.h"
 
 #include <climits>
@@ -40,12 +47,17 @@
 
 namespace {
 
-// Spare bytes behind out_capacity_ for the spill of 8- and 16-byte copies.
+// Spare bytes behind the capacity of an owned output block, for the spill of 16-byte moves.
 constexpr int kSlack = 16;
 // Input is staged in pieces of this size with 8 zero bytes behind them.
 constexpr int kStageBytes = 4096;
 // The output block allocated for an image of no declared pixels.
 constexpr int kEmptyImageCapacity = 4088;
+// The offset of a literal's entry until the literal is first written: no copy to take it from.
+// Any count minus this is below 16, so such an entry never takes the 16-byte move.
+constexpr int kUnwritten = INT_MAX;
+// The largest output: count + a string's length + kSlack stays inside the int range.
+constexpr int kMaxCapacity = INT_MAX - 2 * 4096 - kSlack;
 
 inline uint64_t load_le64(const unsigned char* p) {
     uint64_t v;
@@ -53,18 +65,17 @@ inline uint64_t load_le64(const unsigned char* p) {
     return v;  // x86-64 and the other targets of this build are little-endian
 }
 
-// Copies the `length`-byte string at out + from to out + to (from < to), forwards, with the
-// result a byte-by-byte forward copy would give even where the two ranges overlap.
-inline void copy_string(unsigned char* out, int to, int from, int length) {
-    unsigned char* d = out + to;
-    const unsigned char* s = out + from;
-    const int distance = to - from;
-    if (distance >= 16) {
-        for (int i = 0; i < length; i += 16) std::memcpy(d + i, s + i, 16);
-    } else if (distance >= 8) {
-        for (int i = 0; i < length; i += 8) std::memcpy(d + i, s + i, 8);
+// Copies the `length`-byte string at `from` to `to` (from < to), forwards, with the result a
+// byte-by-byte forward copy would give even where the two ranges overlap. Writes whole 16- or
+// 8-byte moves only when `room` (bytes writable at `to`) allows the spill.
+inline void copy_string(unsigned char* to, const unsigned char* from, int length, int64_t room) {
+    const std::ptrdiff_t distance = to - from;
+    if (distance >= 16 && ((length + 15) & ~15) <= room) {
+        for (int i = 0; i < length; i += 16) std::memcpy(to + i, from + i, 16);
+    } else if (distance >= 8 && ((length + 7) & ~7) <= room) {
+        for (int i = 0; i < length; i += 8) std::memcpy(to + i, from + i, 8);
     } else {
-        for (int i = 0; i < length; ++i) d[i] = s[i];
+        for (int i = 0; i < length; ++i) to[i] = from[i];
     }
 }
 
@@ -75,13 +86,15 @@ qLzwDecoder::~qLzwDecoder() {
 }
 
 void qLzwDecoder::release() {
-    q_free(out_);
+    if (owned_) q_free(out_);
     out_ = nullptr;
+    owned_ = false;
     out_count_ = 0;
     out_capacity_ = 0;
+    room_ = 0;
 }
 
-void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
+bool qLzwDecoder::start(int min_code_size) {
     release();
     bit_count_ = 0;
     bit_buffer_ = 0;
@@ -90,22 +103,62 @@ void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
     initial_width_ = code_width_ = m + 1;
     clear_code_ = previous_ = 1u << m;
     next_code_ = static_cast<int>(clear_code_) + 2;
-    if (!usable || expected_size > static_cast<unsigned>(INT_MAX - kSlack)) return;
+    for (uint32_t i = 0; i < clear_code_; ++i) table_[i] = Entry{kUnwritten, 1};
+    return usable;
+}
+
+void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
+    if (!start(min_code_size) || expected_size > static_cast<unsigned>(kMaxCapacity)) return;
     const int capacity = expected_size == 0 ? kEmptyImageCapacity : static_cast<int>(expected_size);
     out_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(capacity) + kSlack));
-    if (out_ != nullptr) out_capacity_ = capacity;
+    if (out_ == nullptr) return;
+    owned_ = true;
+    out_capacity_ = capacity;
+    room_ = capacity + kSlack;
+}
+
+void qLzwDecoder::init_into(int min_code_size, unsigned char* buffer, int capacity) {
+    if (!start(min_code_size) || buffer == nullptr || capacity <= 0) return;
+    if (capacity > kMaxCapacity) capacity = kMaxCapacity;
+    out_ = buffer;
+    out_capacity_ = capacity;
+    room_ = capacity;
 }
 
 // Makes room for `needed` bytes in total by adding `step` to the capacity (at least enough).
+// Output in the caller's buffer moves to a block of the decoder's own.
 bool qLzwDecoder::grow(int64_t needed, int64_t step) {
     int64_t capacity = int64_t{out_capacity_} + step;
     if (capacity < needed) capacity = needed;
-    if (capacity > INT_MAX - kSlack) return false;
-    void* block = q_realloc(out_, static_cast<size_t>(capacity) + kSlack);
-    if (block == nullptr) return false;
-    out_ = static_cast<unsigned char*>(block);
+    if (capacity > kMaxCapacity) return false;
+    const size_t bytes = static_cast<size_t>(capacity) + kSlack;
+    unsigned char* block;
+    if (owned_) {
+        block = static_cast<unsigned char*>(q_realloc(out_, bytes));
+        if (block == nullptr) return false;
+    } else {
+        block = static_cast<unsigned char*>(q_malloc(bytes));
+        if (block == nullptr) return false;
+        std::memcpy(block, out_, static_cast<size_t>(out_count_));
+        owned_ = true;
+    }
+    out_ = block;
     out_capacity_ = static_cast<int>(capacity);
+    room_ = out_capacity_ + kSlack;
     return true;
+}
+
+// Writes the string of `code` at `to` = output + `count` without the 16-byte shortcut: a
+// literal's first appearance as itself (its copy from now on), any other string by a forward
+// copy that spills only into room the output has.
+void qLzwDecoder::write_string(unsigned char* to, uint32_t code, int count) {
+    Entry& entry = table_[code];
+    if (entry.offset == kUnwritten) {
+        *to = static_cast<unsigned char>(code);
+        entry.offset = count;
+    } else {
+        copy_string(to, out_ + entry.offset, entry.length, int64_t{room_} - count);
+    }
 }
 
 int qLzwDecoder::feed(const unsigned char* data, int length) {
@@ -142,6 +195,8 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
     unsigned char* out = out_;
     int count = out_count_;
     int capacity = out_capacity_;
+    // Strings that end at or below `limit` leave room for a 16-byte move at their start.
+    int limit = room_ - 16 < capacity ? room_ - 16 : capacity;
     Entry* const table = table_;
     int status = 1;
 
@@ -150,18 +205,25 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             // No more input: take codes while any bits are left, the last one even when some
             // of its high bits are missing (they are zero in the buffer).
             if (nbits <= 0) break;
-        } else if (nbits < width) {
-            if (p == end) break;
-            // One load tops the buffer up to 56..63 bits; bytes past `end` are staged zeros,
-            // and bytes loaded but not counted are loaded again, in the same place, next time.
+        } else if (end - p >= 8) {
+            // Tops the buffer up to 56..63 bits. Bytes loaded but not counted are loaded again,
+            // into the same place, by the next refill.
             bits |= load_le64(p) << nbits;
-            int64_t advance = (63 - nbits) >> 3;
-            if (advance > end - p) advance = end - p;
-            p += advance;
-            nbits += static_cast<int>(advance) << 3;
-            continue;
+            p += (63 - nbits) >> 3;
+            nbits |= 56;
+        } else {
+            if (nbits < width) {
+                if (p == end) break;
+                // Bytes past `end` are the staged zeros.
+                bits |= load_le64(p) << nbits;
+                int64_t advance = (63 - nbits) >> 3;
+                if (advance > end - p) advance = end - p;
+                p += advance;
+                nbits += static_cast<int>(advance) << 3;
+                if (nbits < width) continue;
+            }
+            if (p == end && bytes_after == 0 && nbits - width < 8) break;
         }
-        if (!kFinishing && p == end && bytes_after == 0 && nbits - width < 8) break;
         const uint32_t code = static_cast<uint32_t>(bits) & mask;
         bits >>= width;
         nbits -= width;
@@ -174,51 +236,49 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             status = -1;
             break;
         }
-        if (prev < clear) {
-            // Literal: one byte, no table read.
-            if (next < kMaxCodes) {
-                table[next] = Entry{count, 2};
-                ++next;
-                if (static_cast<uint32_t>(next) > mask && next < kMaxCodes) {
-                    ++width;
-                    mask = mask * 2 + 1;
-                }
+        const Entry entry = table[prev];
+        if (next < kMaxCodes) {
+            table[next] = Entry{count, entry.length + 1};
+            ++next;
+            if (static_cast<uint32_t>(next) > mask && next < kMaxCodes) {
+                ++width;
+                mask = mask * 2 + 1;
             }
-            if (count >= capacity) {
-                out_ = out;
-                if (!grow(int64_t{count} + 1, 4096)) {
-                    status = -1;
-                    break;
-                }
-                out = out_;
-                capacity = out_capacity_;
-            }
-            out[count++] = static_cast<unsigned char>(prev);
-        } else {
-            Entry& entry = table[prev];
-            const int length = entry.length;
-            if (next < kMaxCodes) {
-                table[next] = Entry{count, length + 1};
-                ++next;
-                if (static_cast<uint32_t>(next) > mask && next < kMaxCodes) {
-                    ++width;
-                    mask = mask * 2 + 1;
-                }
-            }
-            if (int64_t{count} + length > capacity) {
-                // Grows by (length + 4096) rounded down to a multiple of 4096.
-                out_ = out;
-                if (!grow(int64_t{count} + length, (int64_t{length} + 4096) & ~int64_t{4095})) {
-                    status = -1;
-                    break;
-                }
-                out = out_;
-                capacity = out_capacity_;
-            }
-            copy_string(out, count, entry.offset, length);
-            entry.offset = count;
-            count += length;
         }
+        unsigned char* to = out + count;
+        if (count + entry.length > limit) {
+            // Near the end of the output: grow it when the string does not fit, and write the
+            // string exactly when a 16-byte move would not fit.
+            if (count + entry.length > capacity) {
+                // Grows by (length + 4096) rounded down to a multiple of 4096.
+                out_count_ = count;
+                if (!grow(int64_t{count} + entry.length, (entry.length + 4096) & ~4095)) {
+                    status = -1;
+                    break;
+                }
+                out = out_;
+                capacity = out_capacity_;
+                limit = room_ - 16 < capacity ? room_ - 16 : capacity;
+                to = out + count;
+            }
+            if (count + entry.length > limit) {
+                write_string(to, prev, count);
+                count += entry.length;
+                prev = code;
+                if (code == clear) {
+                    width = initial_width_;
+                    mask = (1u << width) - 1;
+                    next = static_cast<int>(clear) + 2;
+                }
+                continue;
+            }
+        }
+        if (count - entry.offset >= 16 && entry.length <= 16) {
+            std::memcpy(to, out + entry.offset, 16);
+        } else {
+            write_string(to, prev, count);
+        }
+        count += entry.length;
         prev = code;
         if (code == clear) {
             width = initial_width_;
@@ -233,9 +293,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
     code_width_ = width;
     next_code_ = next;
     previous_ = prev;
-    out_ = out;
     out_count_ = count;
-    out_capacity_ = capacity;
     return status;
 }
 
@@ -247,14 +305,11 @@ void qLzwDecoder::finish() {
     const uint32_t clear = clear_code_;
     const uint32_t pending = previous_;
     if (pending == clear || pending >= static_cast<uint32_t>(next_code_)) return;
-    const int length = pending < clear ? 1 : table_[pending].length;
+    const Entry entry = table_[pending];
+    const int length = entry.length;
     if (int64_t{out_count_} + length > out_capacity_ && !grow(int64_t{out_count_} + length, 0)) {
         return;
     }
-    if (pending < clear) {
-        out_[out_count_] = static_cast<unsigned char>(pending);
-    } else {
-        copy_string(out_, out_count_, table_[pending].offset, length);
-    }
+    write_string(out_ + out_count_, pending, out_count_);
     out_count_ += length;
 }

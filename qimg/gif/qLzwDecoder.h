@@ -32,6 +32,12 @@ public:
     // fails, or the code size is outside 0..11, or expected_size exceeds what an int can count,
     // there is no output and feed() reports -1.
     void init(int min_code_size, unsigned int expected_size);
+    // The same, decoding into `capacity` bytes of the caller's memory at `buffer`, which the
+    // decoder does not own and which must stay valid while it decodes. When the data hold more
+    // than `capacity` indices the output moves, whole, to a block of the decoder's own (read
+    // it through output(); `buffer` then holds only what was written before the move). A null
+    // buffer or capacity <= 0 gives no output.
+    void init_into(int min_code_size, unsigned char* buffer, int capacity);
 
     // Decodes the bytes of one data sub-block. 1: more data wanted; 0: the end code has been
     // seen (now or before; further data are ignored); -1: a code at or above the next free
@@ -46,6 +52,8 @@ public:
 
     // The decoded indices so far (null without output) and their number.
     const unsigned char* output() const { return out_; }
+    // True when the output is in the caller's buffer given to init_into().
+    bool in_caller_buffer() const { return out_ != nullptr && !owned_; }
     int output_size() const { return out_count_; }
     // True once the end code has been read.
     bool end_seen() const { return out_ != nullptr && previous_ == clear_code_ + 1u; }
@@ -60,10 +68,14 @@ private:
     template <bool kFinishing>
     int decode(const unsigned char* p, const unsigned char* end, int64_t bytes_after);
     bool grow(int64_t needed, int64_t step);
+    void write_string(unsigned char* to, uint32_t code, int count);
+    // Resets the codes and the table for code size m; false when m is refused.
+    bool start(int min_code_size);
     void release();
 
-    // The string of code c (c > end code) is table_[c].length bytes of the output starting at
-    // table_[c].offset. Codes below clear_code_ stand for themselves.
+    // The string of code c is table_[c].length bytes of the output starting at
+    // table_[c].offset. Codes below clear_code_ stand for themselves: their entries point at
+    // the literal's first copy in the output (an out-of-range offset before it is written).
     Entry table_[kMaxCodes];
     int initial_width_ = 0;  // code width after a clear code: m + 1
     int code_width_ = 0;
@@ -75,5 +87,7 @@ private:
     int next_code_ = 0;        // next free table entry
     int out_count_ = 0;
     int out_capacity_ = 0;  // bytes the output may hold (the block has kSlack more)
+    int room_ = 0;          // bytes writable at out_ (capacity plus any slack)
+    bool owned_ = false;    // out_ is the decoder's own block
     unsigned char* out_ = nullptr;
 };

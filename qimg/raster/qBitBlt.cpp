@@ -1,5 +1,7 @@
 // qImageEdit::BitBlt: the block transfer between two views.
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include "qimg/core/qMonitor.h"
 #include "qimg/raster/qImageEdit.h"
@@ -44,6 +46,22 @@ bool clip_transfer(TransferArea& a, qSize src_size, qSize dst_size) {
     return a.dx >= 0 && a.dy >= 0 && a.sx >= 0 && a.sy >= 0 && a.width > 0 && a.height > 0;
 }
 
+// Bytes of `width` pixels of `bits` each.
+size_t q_row_span(int width, int bits) {
+    return static_cast<size_t>(width) * static_cast<size_t>(bits) / 8;
+}
+
+// `base` + `bytes`, formed on integers: caller strides and offsets are taken as given.
+unsigned char* offset(unsigned char* base, size_t bytes) {
+    return reinterpret_cast<unsigned char*>(reinterpret_cast<uintptr_t>(base) + bytes);
+}
+
+// True when `next` lies exactly `offset` bytes after `first` (compared as numbers: the rows
+// of a view need not belong to one allocation).
+bool follows(const unsigned char* next, const unsigned char* first, size_t offset) {
+    return reinterpret_cast<uintptr_t>(next) == reinterpret_cast<uintptr_t>(first) + offset;
+}
+
 }  // namespace
 
 int qImageEdit::BitBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos, qBltMode mode,
@@ -59,14 +77,27 @@ int qImageEdit::BitBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos, q
 
     const int width = static_cast<int>(area.width);
     const int height = static_cast<int>(area.height);
-    for (int row = 0; row < height; ++row) {
-        const unsigned char* from =
-            src->pixel_address(static_cast<int>(area.sy) + row, static_cast<int>(area.sx));
-        unsigned char* to =
-            pixel_address(static_cast<int>(area.dy) + row, static_cast<int>(area.dx));
-        // A view bound with type 0 has no addresses; only a copy of nothing can reach here.
-        if (from && to) plan.convert(to, from, width, plan.context);
-        if (monitor && !monitor->progress(row + 1, height, 0, 1)) return 1;
+    // The clipped area lies inside both views, so both row tables exist and cover its rows.
+    unsigned char* const* src_rows = src->row_table() + area.sy;
+    unsigned char* const* dst_rows = row_table() + area.dy;
+    const size_t src_skip = q_row_span(static_cast<int>(area.sx), src->bits_per_pixel());
+    const size_t dst_skip = q_row_span(static_cast<int>(area.dx), bits_per_pixel());
+    // Without a monitor nobody sees the rows one by one, so rows that follow each other in
+    // memory on both sides are converted as one run (one memmove for a whole copied image).
+    const size_t src_row = q_row_span(width, src->bits_per_pixel());
+    const size_t dst_row = q_row_span(width, bits_per_pixel());
+    const int max_run = monitor ? 1 : std::numeric_limits<int>::max() / width;
+    for (int row = 0; row < height;) {
+        int run = 1;
+        while (run < max_run && row + run < height &&
+               follows(src_rows[row + run], src_rows[row], run * src_row) &&
+               follows(dst_rows[row + run], dst_rows[row], run * dst_row)) {
+            ++run;
+        }
+        plan.convert(offset(dst_rows[row], dst_skip), offset(src_rows[row], src_skip), width * run,
+                     plan.context);
+        row += run;
+        if (monitor && !monitor->progress(row, height, 0, 1)) return 1;
     }
     return 0;
 }

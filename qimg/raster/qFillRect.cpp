@@ -1,6 +1,7 @@
 // qImageEdit::FillRect: one solid colour into a rectangle of a true-colour view.
 #include <cstdint>
 #include <cstring>
+#include <cwchar>
 
 #include "qimg/core/qMonitor.h"
 #include "qimg/raster/qImageEdit.h"
@@ -21,8 +22,18 @@ void fill_bytes24(unsigned char* row, size_t pixels, const FillColour& c) {
     std::memset(row, c.bytes[0], pixels * 3);
 }
 
-// The colour as repeated 32-bit words; a 64-byte block of them lets the compiler store wide.
+// The colour as repeated 32-bit words. On word-aligned rows the C library's wide-character
+// fill does exactly that with the same machinery as memset (wchar_t is a 32-bit word here);
+// elsewhere a 64-byte block of words is stored repeatedly.
 void fill_words32(unsigned char* row, size_t pixels, const FillColour& c) {
+    if constexpr (sizeof(wchar_t) == 4) {
+        if (reinterpret_cast<uintptr_t>(row) % alignof(wchar_t) == 0) {
+            wchar_t word;
+            std::memcpy(&word, c.bytes, 4);
+            std::wmemset(reinterpret_cast<wchar_t*>(row), word, pixels);
+            return;
+        }
+    }
     unsigned char block[64];
     for (int i = 0; i < 64; i += 4) std::memcpy(block + i, c.bytes, 4);
     size_t bytes = pixels * 4;
@@ -65,9 +76,22 @@ int qImageEdit::FillRect(qRect dst_rect, qPixelType colour_type, const unsigned 
         fill = colour_uniform ? fill_bytes24 : fill_triples24;
     }
 
-    for (int row = 0; row < area.height; ++row) {
-        fill(pixel_address(area.y + row, area.x), static_cast<size_t>(area.width), c);
-        if (monitor && !monitor->progress(row + 1, area.height, 0, 1)) return 1;
+    // Without a monitor, rows that follow each other in memory are filled as one run.
+    unsigned char* const* rows = row_table() + area.y;
+    const size_t skip = static_cast<size_t>(area.x) * static_cast<size_t>(bits_per_pixel() / 8);
+    const size_t row_span =
+        static_cast<size_t>(area.width) * static_cast<size_t>(bits_per_pixel() / 8);
+    for (int row = 0; row < area.height;) {
+        const uintptr_t start = reinterpret_cast<uintptr_t>(rows[row]);
+        int run = 1;
+        while (!monitor && row + run < area.height &&
+               reinterpret_cast<uintptr_t>(rows[row + run]) == start + run * row_span) {
+            ++run;
+        }
+        fill(reinterpret_cast<unsigned char*>(start + skip),
+             static_cast<size_t>(area.width) * static_cast<size_t>(run), c);
+        row += run;
+        if (monitor && !monitor->progress(row, area.height, 0, 1)) return 1;
     }
     return 0;
 }

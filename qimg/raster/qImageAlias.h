@@ -70,6 +70,9 @@ public:
     // Start of row `row` plus bits_per_pixel() * column / 8 bytes. Null when the view is not
     // valid or `row` lies outside 0 .. height - 1. The column is not checked: callers clip first.
     unsigned char* pixel_address(int row, int column) const;
+    // The row table itself (entry r is the start of row r; null while unbound), for the drawing
+    // operations, which clip first and then walk rows without a call per row.
+    unsigned char* const* row_table() const { return rows_; }
 
 protected:
     // Replaces the palette copy with one made from `palette`, `transparent_index` marking the

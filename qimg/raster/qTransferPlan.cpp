@@ -76,6 +76,7 @@ private:
             plan_->context.palette = plan_->palette;
         }
         plan_->context.opacity = k_;
+        plan_->identity = op == OP_COPY && src_slot == q_type_slot(d_);
         return use(convert);
     }
 

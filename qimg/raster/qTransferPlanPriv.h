@@ -15,6 +15,7 @@ class qImageAlias;
 struct qTransferPlan {
     qRowConverter convert = nullptr;
     qRowContext context;
+    bool identity = false;     // the converter copies pixels of one layout unchanged
     qPixRA palette[256] = {};  // the indexed source's colours, when the converter reads them
 };
 

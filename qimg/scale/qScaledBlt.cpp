@@ -2,9 +2,9 @@
 //
 // Each destination column samples the source column whose centre is nearest the centre of its
 // magnified position; the columns are worked out once per call into a column map, the source
-// row once per destination row. A row is drawn in short runs: the sampled source pixels are
-// gathered into a small contiguous buffer and handed to the block transfer's row converter, so
-// the pixel arithmetic is the very same code as BitBlt's.
+// row once per destination row. The sampled source pixels of a row are gathered into a
+// contiguous row and handed to the block transfer's row converter, so the pixel arithmetic is
+// the very same code as BitBlt's.
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -16,8 +16,6 @@
 #include "qimg/scale/qScaledClipPriv.h"
 
 namespace {
-
-constexpr int kRun = 256;  // pixels gathered at a time (1 KiB at most)
 
 template <int Bytes>
 void gather(unsigned char* out, const unsigned char* row, const int* columns, int count) {
@@ -42,10 +40,10 @@ Gather gather_for(int bytes) {
     }
 }
 
-// Frees the column map on every way out.
-struct ColumnMap {
-    int* columns = nullptr;
-    ~ColumnMap() { delete[] columns; }
+// The column map and the sampled source row, in one block freed on every way out.
+struct Scratch {
+    void* block = nullptr;
+    ~Scratch() { q_free(block); }
 };
 
 }  // namespace
@@ -75,28 +73,42 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
     const float ix = 1.0f / scale_x;
     const float iy = 1.0f / scale_y;
 
-    ColumnMap map;
-    map.columns = q_new_array<int>(static_cast<size_t>(count));
-    if (!map.columns) return -1;
-    for (int i = 0; i < count; ++i) map.columns[i] = q_source_column(area.px, i, ix, sw);
+    // count <= INT_MAX, so the block size cannot wrap a 64-bit size_t.
+    const int src_bytes = src->bits_per_pixel() / 8;
+    const size_t map_bytes = sizeof(int) * static_cast<size_t>(count);
+    const size_t row_bytes = static_cast<size_t>(count) * static_cast<size_t>(src_bytes);
+    Scratch scratch;
+    scratch.block = q_malloc(map_bytes + row_bytes);
+    if (!scratch.block) return -1;
+    int* columns = static_cast<int*>(scratch.block);
+    unsigned char* sampled = static_cast<unsigned char*>(scratch.block) + map_bytes;
+    for (int i = 0; i < count; ++i) columns[i] = q_source_column(area.px, i, ix, sw);
 
     qTransferPlan plan;
     const int status = q_plan_transfer(*this, *src, mode, opacity, qTransferKind::scaled, &plan);
     if (status != 0) return status;
 
-    const int src_bytes = src->bits_per_pixel() / 8;
-    const int dst_bytes = bits_per_pixel() / 8;
-    const Gather gather_run = gather_for(src_bytes);
-    unsigned char run[kRun * 4];
+    // Rows that sample the same source row (every magnification above 1) reuse its gathered
+    // pixels; each destination row is then one call of the row converter. A copy between equal
+    // layouts gathers straight into the destination and repeats a row by copying it.
+    const Gather gather_row = gather_for(src_bytes);
+    int gathered = -1;
+    const unsigned char* previous = nullptr;
     for (int j = 0; j < rows; ++j) {
         const int r = q_sample_index((static_cast<double>(area.py) + j + 0.5) * iy, sh);
-        const unsigned char* from = src->pixel_address(r, 0);
         unsigned char* to = pixel_address(static_cast<int>(area.y) + j, static_cast<int>(area.x));
-        for (int i = 0; i < count; i += kRun) {
-            const int n = count - i < kRun ? count - i : kRun;
-            gather_run(run, from, map.columns + i, n);
-            plan.convert(to + static_cast<size_t>(i) * dst_bytes, run, n, plan.context);
+        if (plan.identity) {
+            if (r == gathered) {
+                std::memcpy(to, previous, row_bytes);
+            } else {
+                gather_row(to, src->pixel_address(r, 0), columns, count);
+            }
+        } else {
+            if (r != gathered) gather_row(sampled, src->pixel_address(r, 0), columns, count);
+            plan.convert(to, sampled, count, plan.context);
         }
+        gathered = r;
+        previous = to;
         if (monitor && !monitor->progress(j + 1, rows, 0, 1)) return 1;
     }
     return 0;

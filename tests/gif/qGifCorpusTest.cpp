@@ -190,8 +190,7 @@ TEST(qGifCorpusTest, EveryFrameMatchesGiflib) {
             const ReferenceFrame& want = ref.frames[f];
             const qGifFrame* frame = animation.frame(f);
             ASSERT_TRUE(frame->valid());
-            EXPECT_EQ(frame->frame_rect(),
-                      qRect(want.left, want.top, want.width, want.height));
+            EXPECT_EQ(frame->frame_rect(), qRect(want.left, want.top, want.width, want.height));
             EXPECT_EQ(frame->interlaced(), want.interlaced);
             EXPECT_EQ(frame->local_colormap() != nullptr, want.local_table);
             ASSERT_EQ(frame->control() != nullptr, want.has_control);
@@ -212,8 +211,8 @@ TEST(qGifCorpusTest, EveryFrameMatchesGiflib) {
                     const unsigned char expected =
                         want.indices[static_cast<size_t>(y) * want.width + x];
                     if (row[x] != expected) {
-                        ADD_FAILURE() << "index at (" << x << ", " << y << ") is "
-                                      << int(row[x]) << ", giflib says " << int(expected);
+                        ADD_FAILURE() << "index at (" << x << ", " << y << ") is " << int(row[x])
+                                      << ", giflib says " << int(expected);
                         ++differences;
                         break;
                     }

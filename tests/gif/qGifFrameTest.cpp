@@ -87,9 +87,9 @@ TEST_F(qGifFrameTest, DrawsAtItsOffsetWithTransparency) {
     ASSERT_EQ(frame.set_offset(qPoint(2, 1)), 0);
     std::vector<qPixRA> pixels(8 * 4, qPixRA{9, 9, 9, 255});
     qImageEdit view;
-    ASSERT_EQ(view.Bind(reinterpret_cast<unsigned char*>(pixels.data()), qSize(8, 4), 8 * 4,
-                        PT_BGRA32),
-              0);
+    ASSERT_EQ(
+        view.Bind(reinterpret_cast<unsigned char*>(pixels.data()), qSize(8, 4), 8 * 4, PT_BGRA32),
+        0);
     ASSERT_EQ(frame.Draw(&view, qRect(0, 0, 8, 4), qPoint(0, 0), 1.0f, 1.0f, false), 0);
     for (int y = 0; y < 4; ++y) {
         for (int x = 0; x < 8; ++x) {
@@ -123,7 +123,7 @@ TEST_F(qGifFrameTest, PaletteAndTransparencyEdits) {
     EXPECT_TRUE(global_frame.set_ex_transparent(-1));
     EXPECT_EQ(global_frame.control()->transparent, -1);
     EXPECT_TRUE(global_frame.set_ex_transparent(3));
-    EXPECT_FALSE(global_frame.set_ex_transparent(8));  // one past the map: refused...
+    EXPECT_FALSE(global_frame.set_ex_transparent(8));    // one past the map: refused...
     EXPECT_EQ(global_frame.control()->transparent, -1);  // ...after clearing
     EXPECT_FALSE(global_frame.set_transparent(-1));
 

@@ -24,7 +24,9 @@ using gif_test::GifBuilder;
 // A 4 x 2 image, indices 0..7 over a global table of 8 (code size 3).
 const Bytes kPixels = {0, 1, 2, 3, 4, 5, 6, 7};
 
-GifBuilder still() { return GifBuilder().header().screen(4, 2, 2).color_table(8); }
+GifBuilder still() {
+    return GifBuilder().header().screen(4, 2, 2).color_table(8);
+}
 
 int read(const Bytes& bytes, qGifAnimation* animation, qIMonitor* monitor = nullptr) {
     qMemoryR source(bytes.data(), bytes.size());
@@ -54,6 +56,14 @@ struct StreamCase {
 
 TEST(qGifReaderTest, StatusAndFramesTable) {
     const Bytes good_image = GifBuilder().descriptor(0, 0, 4, 2).pixels(3, kPixels).bytes();
+    // clear, 1, then 11, one above the next free entry (10 is made while reading it), and a
+    // literal whose reading makes the decoder write 11.
+    gif_test::BitWriter codes;
+    for (unsigned c : {8u, 1u, 11u, 2u, 9u}) codes.put(c, 4);
+    Bytes bad_code_data = codes.take();
+    bad_code_data.push_back(0);
+    // Builder chains in table cells are laid out by hand.
+    // clang-format off
     const StreamCase cases[] = {
         {"GIF89a", still().raw(good_image).trailer().bytes(), 0, 1},
         {"GIF87a", GifBuilder().header("GIF87a").screen(4, 2, 2).color_table(8).raw(good_image)
@@ -94,18 +104,11 @@ TEST(qGifReaderTest, StatusAndFramesTable) {
         {"local table cut short", still().descriptor(0, 0, 4, 2, 1).color_table(3).bytes(), -3, 0},
         {"bad code in the third image",
          still().raw(good_image).raw(good_image).descriptor(0, 0, 4, 2)
-             // clear, 1, then 11, one above the next free entry (10 is made while reading
-             // it), and a literal whose reading makes the decoder write 11.
-             .image_data(3, [] {
-                 gif_test::BitWriter w;
-                 for (unsigned c : {8u, 1u, 11u, 2u, 9u}) w.put(c, 4);
-                 Bytes b = w.take();
-                 b.push_back(0);
-                 return b;
-             }())
+             .image_data(3, bad_code_data)
              .raw(good_image).trailer().bytes(),
          -9, 2},
     };
+    // clang-format on
     for (const StreamCase& c : cases) {
         SCOPED_TRACE(c.name);
         qGifAnimation animation;
@@ -115,8 +118,14 @@ TEST(qGifReaderTest, StatusAndFramesTable) {
 }
 
 TEST(qGifReaderTest, ImageContentsAndScreen) {
-    const Bytes bytes = GifBuilder().header().screen(30, 20, 2, 5).color_table(8)
-                            .descriptor(3, 4, 4, 2).pixels(3, kPixels).trailer().bytes();
+    const Bytes bytes = GifBuilder()
+                            .header()
+                            .screen(30, 20, 2, 5)
+                            .color_table(8)
+                            .descriptor(3, 4, 4, 2)
+                            .pixels(3, kPixels)
+                            .trailer()
+                            .bytes();
     qGifAnimation animation;
     ASSERT_EQ(read(bytes, &animation), 0);
     EXPECT_EQ(animation.size(), qSize(30, 20));
@@ -140,6 +149,8 @@ TEST(qGifReaderTest, GraphicControlAppliesOnlyToTheNextImage) {
         int delay;  // of frame 0 in milliseconds; -1: no control
         int transparent;
     };
+    // Builder chains in table cells are laid out by hand.
+    // clang-format off
     const Case cases[] = {
         {"directly before", still().control(2, 7, 3).raw(image).trailer().bytes(), 70, 3},
         {"comment between", still().control(2, 7, 3).comment("x").raw(image).trailer().bytes(),
@@ -153,6 +164,7 @@ TEST(qGifReaderTest, GraphicControlAppliesOnlyToTheNextImage) {
         {"transparent index outside the map",
          still().control(0, 1, 200).raw(image).trailer().bytes(), 10, 200},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         qGifAnimation animation;
@@ -185,6 +197,8 @@ TEST(qGifReaderTest, LoopCountAndComments) {
         Bytes bytes;
         int loop_count;
     };
+    // Builder chains in table cells are laid out by hand.
+    // clang-format off
     const Case cases[] = {
         {"count 0 loops for ever", still().looping(0).raw(image).trailer().bytes(), -1},
         {"count 5 plays 6 times", still().looping(5).raw(image).trailer().bytes(), 6},
@@ -198,6 +212,7 @@ TEST(qGifReaderTest, LoopCountAndComments) {
         {"sub-block id 2", still().application("NETSCAPE2.0", {2, 5, 0}).raw(image).trailer()
                                .bytes(), 1},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         qGifAnimation animation;
@@ -208,10 +223,10 @@ TEST(qGifReaderTest, LoopCountAndComments) {
 
     const std::string forty(40, 'c');
     qGifAnimation animation;
-    ASSERT_EQ(read(still().comment(forty, 20).comment("").comment("second").raw(image).trailer()
-                       .bytes(),
-                   &animation),
-              0);
+    ASSERT_EQ(
+        read(still().comment(forty, 20).comment("").comment("second").raw(image).trailer().bytes(),
+             &animation),
+        0);
     ASSERT_EQ(animation.num_comments(), 3);
     EXPECT_EQ(std::string(animation.comment(0)->data(), 40), forty);
     EXPECT_EQ(animation.comment(0)->capacity(), 48);
@@ -302,8 +317,11 @@ TEST(qGifReaderTest, ProgressAfterEachSubBlockAndCancel) {
     qGifAnimation animation;
     ASSERT_EQ(read(bytes, &animation, &monitor), 0);
     ASSERT_EQ(animation.num_frames(), 2);
-    for (int i = 0; i < 64; ++i) EXPECT_EQ(animation.frame(1)->image()->pixel_index({i % 8, i / 8}), 3);
-    std::vector<std::pair<int, int>> expected = {{first_end, static_cast<int>(bytes.size())}};
+    for (int i = 0; i < 64; ++i)
+        EXPECT_EQ(animation.frame(1)->image()->pixel_index({i % 8, i / 8}), 3);
+    std::vector<std::pair<int, int>> expected = {
+        {first_end, static_cast<int>(bytes.size())}
+    };
     for (int end : ends) expected.push_back({end, static_cast<int>(bytes.size())});
     EXPECT_EQ(monitor.calls, expected);
 
@@ -320,21 +338,29 @@ struct InterlaceCase {
 };
 
 TEST(qGifReaderTest, InterlacedRowsAndShortData) {
+    // Builder chains in table cells are laid out by hand.
+    // clang-format off
     const InterlaceCase cases[] = {
         {1, {0}},
         {2, {0, 1}},
         {5, {0, 4, 2, 1, 3}},
         {9, {0, 8, 4, 2, 6, 1, 3, 5, 7}},
     };
+    // clang-format on
     for (const InterlaceCase& c : cases) {
         SCOPED_TRACE(c.height);
         // Stored row k holds the value k + 1 in all of its 3 pixels.
         Bytes indices;
         for (int k = 0; k < c.height; ++k) indices.insert(indices.end(), 3, k + 1);
         qGifAnimation animation;
-        ASSERT_EQ(read(GifBuilder().header().screen(3, c.height, 3).color_table(16)
-                           .descriptor(0, 0, 3, c.height, -1, true).pixels(4, indices)
-                           .trailer().bytes(),
+        ASSERT_EQ(read(GifBuilder()
+                           .header()
+                           .screen(3, c.height, 3)
+                           .color_table(16)
+                           .descriptor(0, 0, 3, c.height, -1, true)
+                           .pixels(4, indices)
+                           .trailer()
+                           .bytes(),
                        &animation),
                   0);
         const qGifFrame* frame = animation.frame(0);
@@ -347,8 +373,11 @@ TEST(qGifReaderTest, InterlacedRowsAndShortData) {
     for (bool interlaced : {false, true}) {
         SCOPED_TRACE(interlaced);
         qGifAnimation animation;
-        ASSERT_EQ(read(still().descriptor(0, 0, 4, 3, -1, interlaced).pixels(3, {7, 7, 7, 7, 7})
-                           .trailer().bytes(),
+        ASSERT_EQ(read(still()
+                           .descriptor(0, 0, 4, 3, -1, interlaced)
+                           .pixels(3, {7, 7, 7, 7, 7})
+                           .trailer()
+                           .bytes(),
                        &animation),
                   0);
         const qGifFrame* frame = animation.frame(0);
@@ -358,6 +387,51 @@ TEST(qGifReaderTest, InterlacedRowsAndShortData) {
         EXPECT_EQ(frame->pixel_index({0, second_row}), 7);
         EXPECT_EQ(frame->pixel_index({1, second_row}), 0);
         EXPECT_EQ(frame->pixel_index({0, 3 - second_row}), 0);
+    }
+}
+
+// Rows of every width against a plain model: the stored indices in row order, 0 where the data
+// stop short, the excess ignored. Widths that are not multiples of 4 have padded rows.
+TEST(qGifReaderTest, RowsOfEveryWidthAndDataLength) {
+    for (int width = 1; width <= 9; ++width) {
+        for (int height : {1, 3}) {
+            const int pixels = width * height;
+            for (int data : {pixels - 1, pixels, pixels + 5, pixels + 3000}) {
+                if (data <= 0) continue;
+                for (bool interlaced : {false, true}) {
+                    SCOPED_TRACE(testing::Message() << width << "x" << height << " data " << data
+                                                    << " interlaced " << interlaced);
+                    Bytes indices(static_cast<size_t>(data));
+                    for (int i = 0; i < data; ++i)
+                        indices[i] = static_cast<unsigned char>(1 + i % 7);
+                    qGifAnimation animation;
+                    ASSERT_EQ(read(still()
+                                       .descriptor(0, 0, width, height, -1, interlaced)
+                                       .pixels(3, indices)
+                                       .trailer()
+                                       .bytes(),
+                                   &animation),
+                              0);
+                    const qGifFrame* frame = animation.frame(0);
+                    std::vector<int> order;  // display row of each stored row
+                    if (interlaced) {
+                        for (int start_step : {0x08, 0x48, 0x24, 0x12}) {
+                            for (int r = start_step >> 4; r < height; r += start_step & 15) {
+                                order.push_back(r);
+                            }
+                        }
+                    } else {
+                        for (int r = 0; r < height; ++r) order.push_back(r);
+                    }
+                    for (int k = 0; k < height; ++k) {
+                        for (int x = 0; x < width; ++x) {
+                            const int i = k * width + x;
+                            EXPECT_EQ(frame->pixel_index({x, order[k]}), i < data ? 1 + i % 7 : 0);
+                        }
+                    }
+                }
+            }
+        }
     }
 }
 
@@ -372,9 +446,8 @@ TEST(qGifReaderTest, HugeImageIsRefusedBeforeAllocating) {
               -6);
     // A large but acceptable size decodes what the data hold and zero-fills the rest.
     qGifAnimation large;
-    ASSERT_EQ(read(still().descriptor(0, 0, 4000, 3000).pixels(3, kPixels).trailer().bytes(),
-                   &large),
-              0);
+    ASSERT_EQ(
+        read(still().descriptor(0, 0, 4000, 3000).pixels(3, kPixels).trailer().bytes(), &large), 0);
     EXPECT_EQ(large.frame(0)->pixel_index({7, 0}), 7);
     EXPECT_EQ(large.frame(0)->pixel_index({3999, 2999}), 0);
 }
@@ -383,10 +456,20 @@ TEST(qGifReaderTest, HugeImageIsRefusedBeforeAllocating) {
 // Every allocation of a read fails in turn: an error each time, never a crash or leak, until
 // the read succeeds.
 TEST(qGifReaderTest, AllocationSweep) {
-    const Bytes bytes = GifBuilder().header().screen(8, 4, 2).color_table(8).comment("c")
-                            .looping(1).control(0, 1, 1).descriptor(0, 0, 4, 2).pixels(3, kPixels)
-                            .descriptor(4, 2, 4, 2, 1).color_table(4).pixels(2, {0, 1, 2, 3, 3, 2, 1, 0})
-                            .trailer().bytes();
+    const Bytes bytes = GifBuilder()
+                            .header()
+                            .screen(8, 4, 2)
+                            .color_table(8)
+                            .comment("c")
+                            .looping(1)
+                            .control(0, 1, 1)
+                            .descriptor(0, 0, 4, 2)
+                            .pixels(3, kPixels)
+                            .descriptor(4, 2, 4, 2, 1)
+                            .color_table(4)
+                            .pixels(2, {0, 1, 2, 3, 3, 2, 1, 0})
+                            .trailer()
+                            .bytes();
     for (long n = 1;; ++n) {
         SCOPED_TRACE(n);
         qGifAnimation animation;

@@ -64,8 +64,13 @@ TEST(qImageProxyReadGifTest, FileAndMemory) {
     std::remove(path.c_str());
 
     qImageProxy still;
-    ASSERT_EQ(read_memory(&still, GifBuilder().header().screen(4, 4, 0).color_table(2)
-                                      .descriptor(0, 0, 4, 4).pixels(2, Bytes(16, 1)).trailer()
+    ASSERT_EQ(read_memory(&still, GifBuilder()
+                                      .header()
+                                      .screen(4, 4, 0)
+                                      .color_table(2)
+                                      .descriptor(0, 0, 4, 4)
+                                      .pixels(2, Bytes(16, 1))
+                                      .trailer()
                                       .bytes()),
               0);
     EXPECT_EQ(still.num_frames(), 1);
@@ -89,8 +94,10 @@ TEST(qImageProxyReadGifTest, PartialResults) {
     EXPECT_EQ(proxy.num_frames(), 0);
     // A broken stream empties the proxy and reports the reader's code.
     ASSERT_EQ(read_memory(&proxy, three_frames()), 0);
-    EXPECT_EQ(read_memory(&proxy, GifBuilder().header().screen(4, 4).raw({0x21, 0xF9, 3, 0, 0, 0, 0, 0}).bytes()),
-              -8);
+    EXPECT_EQ(
+        read_memory(&proxy,
+                    GifBuilder().header().screen(4, 4).raw({0x21, 0xF9, 3, 0, 0, 0, 0, 0}).bytes()),
+        -8);
     EXPECT_FALSE(proxy.valid());
     // A wrong signature leaves no screen at all, which counts as an empty screen without a
     // frame: -1.

@@ -77,6 +77,33 @@ TEST(qLzwDecoderTest, RoundTripsEncodedStreamsInAnyPieces) {
     }
 }
 
+TEST(qLzwDecoderTest, DecodesIntoCallerMemoryAndMovesWhenItIsFull) {
+    std::mt19937 rng(9);
+    for (size_t n : {size_t{60}, size_t{100}, size_t{101}, size_t{5000}}) {
+        SCOPED_TRACE(n);
+        const Bytes input = random_indices(rng, n, 16, 70);
+        const Bytes codes = lzw_encode(input, 4);
+        // Exactly 100 bytes, so a write past them is caught.
+        std::vector<unsigned char> buffer(100, 0xEE);
+        qLzwDecoder decoder;
+        decoder.init_into(4, buffer.data(), 100);
+        for (size_t at = 0; at < codes.size(); at += 255) {
+            const int piece = static_cast<int>(std::min<size_t>(255, codes.size() - at));
+            ASSERT_GE(decoder.feed(codes.data() + at, piece), 0);
+        }
+        decoder.finish();
+        ASSERT_TRUE(decoder.end_seen());
+        EXPECT_EQ(Bytes(decoder.output(), decoder.output() + decoder.output_size()), input);
+        EXPECT_EQ(decoder.in_caller_buffer(), n <= 100);
+        if (decoder.in_caller_buffer()) {
+            EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + static_cast<long>(n)), input);
+        }
+    }
+    qLzwDecoder none;
+    none.init_into(4, nullptr, 10);
+    EXPECT_EQ(none.output(), nullptr);
+}
+
 TEST(qLzwDecoderTest, FullTableWithoutClearKeepsTwelveBitCodes) {
     std::mt19937 rng(11);
     // Enough varied data to fill the table many times over, encoded without clearing it.
@@ -274,6 +301,13 @@ TEST(qLzwDecoderTest, AllocationFailuresAreReported) {
     qLzwDecoder small;
     small.init(2, 10);
     EXPECT_EQ(small.feed(codes.data(), static_cast<int>(codes.size())), -1);
+    // So does the move out of caller memory that is too small.
+    unsigned char buffer[10];
+    qimg_fail_allocation(1);
+    qLzwDecoder caller;
+    caller.init_into(2, buffer, 10);
+    EXPECT_EQ(caller.feed(codes.data(), static_cast<int>(codes.size())), -1);
+    EXPECT_TRUE(caller.in_caller_buffer());
     qimg_fail_allocation(0);
 }
 #endif

@@ -24,27 +24,39 @@ inline int pixel_bytes(qPixelType type) {
     return bits_per_pixel(type) / 8;
 }
 
-// Pixels of one image: rows allocated one by one, exactly width * bytes long. An indexed image
-// may carry a colour map; it is handed to views as a qIIndexImage so they make a palette copy.
+// Pixels of one image: rows allocated one by one, exactly width * bytes long, or (contiguous)
+// one exactly sized block with no padding between rows, as a caller's bitmap would be. An
+// indexed image may carry a colour map; it is handed to views as a qIIndexImage so they make a
+// palette copy.
 class Image {
 public:
-    Image(qPixelType type, int width, int height) : type_(type), width_(width), height_(height) {
-        for (int r = 0; r < height; ++r) {
-            rows_.emplace_back(static_cast<size_t>(width) * static_cast<size_t>(pixel_bytes(type)));
+    Image(qPixelType type, int width, int height, bool contiguous = false)
+        : type_(type),
+          width_(width),
+          height_(height),
+          row_bytes_(static_cast<size_t>(width) * static_cast<size_t>(pixel_bytes(type))) {
+        if (contiguous) {
+            block_.resize(row_bytes_ * static_cast<size_t>(height));
+            for (int r = 0; r < height; ++r) starts_.push_back(block_.data() + r * row_bytes_);
+        } else {
+            for (int r = 0; r < height; ++r) rows_.emplace_back(row_bytes_);
+            for (auto& row : rows_) starts_.push_back(row.data());
         }
     }
+    Image(Image&&) = default;
     qPixelType type() const { return type_; }
     int width() const { return width_; }
     int height() const { return height_; }
-    unsigned char* row(int r) { return rows_[static_cast<size_t>(r)].data(); }
-    const unsigned char* row(int r) const { return rows_[static_cast<size_t>(r)].data(); }
+    size_t row_bytes() const { return row_bytes_; }
+    bool contiguous() const { return !block_.empty(); }
+    unsigned char* row(int r) { return starts_[static_cast<size_t>(r)]; }
+    const unsigned char* row(int r) const { return starts_[static_cast<size_t>(r)]; }
     unsigned char* pixel(int r, int c) {
         return row(r) + static_cast<size_t>(c) * static_cast<size_t>(pixel_bytes(type_));
     }
     const unsigned char* pixel(int r, int c) const {
         return row(r) + static_cast<size_t>(c) * static_cast<size_t>(pixel_bytes(type_));
     }
-    const std::vector<std::vector<unsigned char>>& rows() const { return rows_; }
 
     // Palette for indexed images; null when the view should have no palette copy.
     std::shared_ptr<qColormap> palette;
@@ -53,7 +65,10 @@ private:
     qPixelType type_;
     int width_;
     int height_;
+    size_t row_bytes_;
     std::vector<std::vector<unsigned char>> rows_;
+    std::vector<unsigned char> block_;
+    std::vector<unsigned char*> starts_;
 };
 
 // The two buffer shapes a view can be bound to.
@@ -413,10 +428,8 @@ struct Difference {
 };
 inline Difference first_difference(const Image& a, const Image& b) {
     for (int r = 0; r < a.height(); ++r) {
-        const auto& ra = a.rows()[static_cast<size_t>(r)];
-        const auto& rb = b.rows()[static_cast<size_t>(r)];
-        for (size_t i = 0; i < ra.size(); ++i) {
-            if (ra[i] != rb[i]) return {r, static_cast<int>(i)};
+        for (size_t i = 0; i < a.row_bytes(); ++i) {
+            if (a.row(r)[i] != b.row(r)[i]) return {r, static_cast<int>(i)};
         }
     }
     return {};
@@ -446,24 +459,33 @@ inline std::shared_ptr<qColormap> random_palette(std::mt19937& rng) {
     return map;
 }
 
-// Random bytes, with the alpha bytes of PT_BGRA32 and PT_GRAY_ALPHA16 drawn by random_alpha.
+// Random bytes, with the alpha bytes of PT_BGRA32 and PT_GRAY_ALPHA16 drawn by random_alpha,
+// either per pixel or, in half of the images, in runs of 1 to 40 pixels (so that whole groups
+// of transparent or opaque pixels occur).
 inline void fill_random(Image& image, std::mt19937& rng) {
     const int bytes = pixel_bytes(image.type());
+    const bool runs = rng() % 2;
+    unsigned char alpha = 0;
+    int run_left = 0;
     for (int r = 0; r < image.height(); ++r) {
         for (int c = 0; c < image.width(); ++c) {
             unsigned char* p = image.pixel(r, c);
             for (int b = 0; b < bytes; ++b) p[b] = static_cast<unsigned char>(rng());
-            if (image.type() == PT_BGRA32) p[3] = random_alpha(rng);
-            if (image.type() == PT_GRAY_ALPHA16) p[1] = random_alpha(rng);
+            if (!runs || run_left == 0) {
+                alpha = random_alpha(rng);
+                run_left = 1 + static_cast<int>(rng() % 40);
+            }
+            --run_left;
+            if (image.type() == PT_BGRA32) p[3] = alpha;
+            if (image.type() == PT_GRAY_ALPHA16) p[1] = alpha;
         }
     }
 }
 
 inline Image copy_of(const Image& image) {
-    Image copy(image.type(), image.width(), image.height());
-    for (int r = 0; r < image.height(); ++r) {
-        std::memcpy(copy.row(r), image.row(r), image.rows()[static_cast<size_t>(r)].size());
-    }
+    Image copy(image.type(), image.width(), image.height(), image.contiguous());
+    for (int r = 0; r < image.height(); ++r)
+        std::memcpy(copy.row(r), image.row(r), image.row_bytes());
     copy.palette = image.palette;
     return copy;
 }

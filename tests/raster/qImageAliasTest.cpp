@@ -1,5 +1,3 @@
-#include "qimg/raster/qImageAlias.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -7,6 +5,7 @@
 #include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {
@@ -32,7 +31,9 @@ public:
     bool set_transparent(int) override { return false; }
     bool set_ex_transparent(int) override { return false; }
     bool set_color(int, qPixRA) override { return false; }
-    int min_t_index() const override { return transparent_ >= 0 ? transparent_ : map_->min_t_index(); }
+    int min_t_index() const override {
+        return transparent_ >= 0 ? transparent_ : map_->min_t_index();
+    }
 
     qSize size_;
     const qIColormap* map_;
@@ -71,12 +72,12 @@ struct ColumnCase {
 
 TEST(qImageAliasTest, ColumnOffsetIsBitsTimesColumnOverEight) {
     const ColumnCase cases[] = {
-        {                      PT_BGRA32, 3, 12},
-        {                       PT_BGR24, 3,  9},
-        {                     PT_INDEX16, 3,  6},
-        {                PT_GRAY_ALPHA16, 1,  2},
-        {                       PT_GRAY8, 7,  7},
-        {static_cast<qPixelType>(5), 9,  0},  // no storage size: every column is the row start
+        {                 PT_BGRA32, 3, 12},
+        {                  PT_BGR24, 3,  9},
+        {                PT_INDEX16, 3,  6},
+        {           PT_GRAY_ALPHA16, 1,  2},
+        {                  PT_GRAY8, 7,  7},
+        {static_cast<qPixelType>(5), 9,  0}, // no storage size: every column is the row start
     };
     unsigned char memory[64] = {};
     for (const ColumnCase& c : cases) {
