@@ -152,9 +152,10 @@ int command_sheet(ArgList& args) {
         paint_checkerboard(sheet.view, area);
         status = sheet.view.ScaledBlt(area, &screen.view, qPoint(0, 0), o.scale_x, o.scale_y, 1,
                                       BLT_OVER, 255, nullptr);
-        // The label goes under the cell when it fits: "#index delay ms", or just the index.
-        std::string label =
-            "#" + std::to_string(i) + " " + std::to_string(gif.animation->frame_delay()) + "ms";
+        // The label goes under the cell when it fits: "index: delay ms", or just the index.
+        char text[48];
+        std::snprintf(text, sizeof text, "%d: %dms", i, gif.animation->frame_delay());
+        std::string label = text;
         if (label_width(label, font_scale) > cell.width) label = std::to_string(i);
         if (label_width(label, font_scale) <= cell.width + kGap)
             draw_label(sheet.view, x, y + cell.height + 2, label, font_scale, ink);
