@@ -14,7 +14,9 @@
 #ifdef QIMG_ALLOCATION_HOOK
 bool q_allocation_refused() noexcept;
 #else
-constexpr bool q_allocation_refused() noexcept { return false; }
+constexpr bool q_allocation_refused() noexcept {
+    return false;
+}
 #endif
 
 // Raw blocks (pixel buffers, row tables, LZW output). q_malloc(0) asks for one byte, so a
@@ -32,7 +34,9 @@ inline void* q_realloc(void* block, std::size_t bytes) noexcept {
     if (q_allocation_refused()) return nullptr;
     return std::realloc(block, bytes ? bytes : 1);
 }
-inline void q_free(void* block) noexcept { std::free(block); }
+inline void q_free(void* block) noexcept {
+    std::free(block);
+}
 
 // Objects, released with plain delete (so a virtual destructor works as usual).
 template <class T, class... Args>
@@ -46,4 +50,17 @@ template <class T>
 T* q_new_array(std::size_t count) noexcept {
     if (q_allocation_refused()) return nullptr;
     return new (std::nothrow) T[count ? count : 1]();
+}
+
+// What every clone() does: a new T filled by T::copy_from(args...); null when the allocation or
+// the copy fails (the half-made object is destroyed).
+template <class T, class... Args>
+T* q_new_copy(Args&&... copy_args) noexcept {
+    T* copy = q_new<T>();
+    if (!copy) return nullptr;
+    if (copy->copy_from(std::forward<Args>(copy_args)...) != 0) {
+        delete copy;
+        return nullptr;
+    }
+    return copy;
 }

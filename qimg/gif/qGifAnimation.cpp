@@ -87,13 +87,7 @@ qGifFrame* qGifAnimation::current() const {
 // ---- forwarding to the current frame -----------------------------------------------------------
 
 qIComponent* qGifAnimation::clone() const {
-    qGifAnimation* copy = q_new<qGifAnimation>();
-    if (copy == nullptr) return nullptr;
-    if (copy->copy_from(this) != 0) {
-        delete copy;
-        return nullptr;
-    }
-    return copy;
+    return q_new_copy<qGifAnimation>(this);
 }
 
 int qGifAnimation::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,

@@ -223,13 +223,7 @@ int qGifFrame::copy_from(const qGifFrame* source, const qIColormap* global_color
 }
 
 qIComponent* qGifFrame::clone() const {
-    qGifFrame* copy = q_new<qGifFrame>();
-    if (copy == nullptr) return nullptr;
-    if (copy->copy_from(this, nullptr) != 0) {
-        delete copy;
-        return nullptr;
-    }
-    return copy;
+    return q_new_copy<qGifFrame>(this, nullptr);
 }
 
 // ---- queries and drawing -------------------------------------------------------------------

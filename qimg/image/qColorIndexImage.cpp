@@ -71,13 +71,7 @@ int qColorIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer qua
 }
 
 qIComponent* qColorIndexImage::clone() const {
-    qColorIndexImage* copy = q_new<qColorIndexImage>();
-    if (!copy) return nullptr;
-    if (copy->copy_from(this) != 0) {
-        delete copy;
-        return nullptr;
-    }
-    return copy;
+    return q_new_copy<qColorIndexImage>(this);
 }
 
 int qColorIndexImage::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x,

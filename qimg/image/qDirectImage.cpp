@@ -104,13 +104,7 @@ qAlphaType qDirectImage::Get_alpha_hint() {
 }
 
 qIComponent* qDirectImage::clone() const {
-    qDirectImage* copy = q_new<qDirectImage>();
-    if (!copy) return nullptr;
-    if (copy->copy_from(this) != 0) {
-        delete copy;
-        return nullptr;
-    }
-    return copy;
+    return q_new_copy<qDirectImage>(this);
 }
 
 int qDirectImage::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,

@@ -12,7 +12,9 @@ constexpr int kDisposeToPrevious = 3;
 constexpr unsigned char kTransparent[4] = {0, 0, 0, 0};
 }  // namespace
 
-qFrameComposer::~qFrameComposer() { q_free(saved_); }
+qFrameComposer::~qFrameComposer() {
+    q_free(saved_);
+}
 
 int qFrameComposer::begin(qIAnimation* animation, qImageEdit* canvas) {
     animation_ = nullptr;

@@ -54,13 +54,7 @@ int qFrameDecorator::copy_from(const qFrameDecorator* source) {
 }
 
 qIComponent* qFrameDecorator::clone() const {
-    qFrameDecorator* copy = q_new<qFrameDecorator>();
-    if (!copy) return nullptr;
-    if (copy->copy_from(this) != 0) {
-        delete copy;
-        return nullptr;
-    }
-    return copy;
+    return q_new_copy<qFrameDecorator>(this);
 }
 
 int qFrameDecorator::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x,

@@ -104,13 +104,7 @@ int qIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantize
 }
 
 qIComponent* qIndexImage::clone() const {
-    qIndexImage* copy = q_new<qIndexImage>();
-    if (!copy) return nullptr;
-    if (!valid() || copy->copy_from(this) != 0) {
-        delete copy;
-        return nullptr;
-    }
-    return copy;
+    return valid() ? q_new_copy<qIndexImage>(this) : nullptr;
 }
 
 int qIndexImage::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
