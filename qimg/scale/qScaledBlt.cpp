@@ -17,6 +17,8 @@
 
 namespace {
 
+constexpr int kRun = 512;  // pixels gathered and converted at a time
+
 template <int Bytes>
 void gather(unsigned char* out, const unsigned char* row, const int* columns, int count) {
     for (int i = 0; i < count; ++i) {
@@ -92,6 +94,7 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
     // pixels; each destination row is then one call of the row converter. A copy between equal
     // layouts gathers straight into the destination and repeats a row by copying it.
     const Gather gather_row = gather_for(src_bytes);
+    const size_t dst_bytes = static_cast<size_t>(bits_per_pixel() / 8);
     int gathered = -1;
     const unsigned char* previous = nullptr;
     for (int j = 0; j < rows; ++j) {
@@ -103,9 +106,17 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
             } else {
                 gather_row(to, src->pixel_address(r, 0), columns, count);
             }
-        } else {
-            if (r != gathered) gather_row(sampled, src->pixel_address(r, 0), columns, count);
+        } else if (r == gathered) {
             plan.convert(to, sampled, count, plan.context);
+        } else {
+            // Short runs keep the source reads and the destination writes of a row overlapping.
+            const unsigned char* from = src->pixel_address(r, 0);
+            for (int i = 0; i < count; i += kRun) {
+                const int n = count - i < kRun ? count - i : kRun;
+                const size_t at = static_cast<size_t>(i);
+                gather_row(sampled + at * src_bytes, from, columns + i, n);
+                plan.convert(to + at * dst_bytes, sampled + at * src_bytes, n, plan.context);
+            }
         }
         gathered = r;
         previous = to;
