@@ -335,6 +335,25 @@ TEST(qBitBltTest, EveryCellMatchesTheReference) {
     }
 }
 
+// Very large contiguous conversions take a path of their own (stores around the caches).
+TEST(qBitBltTest, HugeExpansionTo32Bits) {
+    const int w = 2101, h = 2003;
+    std::vector<unsigned char> src(static_cast<size_t>(w) * h * 3);
+    std::vector<unsigned char> dst(static_cast<size_t>(w) * h * 4 + 4, 7);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<unsigned char>(i * 7 + i / 5);
+    qImageEdit from, to;
+    from.Bind(src.data(), qSize(w, h), w * 3, PT_BGR24);
+    to.Bind(dst.data() + 4, qSize(w, h), w * 4, PT_BGRA32);  // not 32-byte aligned
+    ASSERT_EQ(to.BitBlt(qRect(0, 0, w, h), &from, qPoint(), BLT_COPY, 255, nullptr), 0);
+    ASSERT_EQ(std::vector<unsigned char>(dst.begin(), dst.begin() + 4),
+              std::vector<unsigned char>(4, 7));
+    for (size_t p = 0; p < static_cast<size_t>(w) * h; ++p) {
+        const unsigned char* d = dst.data() + 4 + 4 * p;
+        const unsigned char* s = src.data() + 3 * p;
+        ASSERT_TRUE(d[0] == s[0] && d[1] == s[1] && d[2] == s[2] && d[3] == 255) << "pixel " << p;
+    }
+}
+
 TEST(qBitBltTest, MonitorStopsAfterTheRowItWasToldAbout) {
     std::mt19937 rng(3);
     Image src(PT_BGRA32, 9, 7), dst(PT_BGRA32, 9, 7);

@@ -207,6 +207,33 @@ TEST(qScaledBltTest, EveryCellMatchesTheReference) {
     }
 }
 
+// Rows wider than the converter's runs, and rows repeated from one source row.
+TEST(qScaledBltTest, WideRowsMatchTheReference) {
+    const qBltMode modes[] = {BLT_COPY, BLT_OVER, BLT_BLEND};
+    const float factors[] = {0.5f, 1.3f, 2.0f, 3.0f};
+    std::mt19937 rng(21);
+    for (qBltMode mode : modes) {
+        for (float f : factors) {
+            SCOPED_TRACE(testing::Message() << "mode " << mode << " factor " << f);
+            Image src(PT_BGRA32, 900, 4), dst(PT_BGRA32, 1300, 7, true);
+            qref::fill_random(src, rng);
+            qref::fill_random(dst, rng);
+            Image expected = qref::copy_of(dst);
+            const qRect rect(-3, 0, 1310, 7);
+            const qref::Outcome want =
+                qref::scaled_blit(expected, src, rect, qPoint(5, 1), f, f, 1, mode, 200);
+            std::unique_ptr<qIImageBuffer> hs, hd;
+            qImageEdit from, to;
+            qref::bind(from, src, hs);
+            qref::bind(to, dst, hd);
+            EXPECT_EQ(to.ScaledBlt(rect, &from, qPoint(5, 1), f, f, 1, mode, 200, nullptr),
+                      want.status);
+            const qref::Difference diff = qref::first_difference(dst, expected);
+            EXPECT_LT(diff.row, 0) << "row " << diff.row << " byte " << diff.byte;
+        }
+    }
+}
+
 TEST(qScaledBltTest, MonitorStopsAfterOneRow) {
     std::mt19937 rng(5);
     Image src(PT_BGRA32, 5, 5), dst(PT_BGRA32, 12, 12);
