@@ -23,6 +23,18 @@
 #include "qimg/raster/qPixelOpsPriv.h"
 #include "qimg/raster/qRowKernelsPriv.h"
 
+#ifdef QIMG_ALLOCATION_HOOK
+namespace {
+thread_local int g_kernel_limit = 2;
+}  // namespace
+void qimg_limit_kernels(int level) {
+    g_kernel_limit = level;
+}
+int q_kernel_limit() {
+    return g_kernel_limit;
+}
+#endif
+
 #if defined(QIMG_SCALAR_ONLY) || !defined(__x86_64__) || !defined(__GNUC__)
 
 qRowConverter q_fast_row_converter(qPixelOp, qTypeSlot, qTypeSlot) {
@@ -378,9 +390,14 @@ bool has_avx2() {
 }  // namespace
 
 qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst) {
+    bool avx2 = has_avx2();
+#ifdef QIMG_ALLOCATION_HOOK
+    if (q_kernel_limit() <= 0) return nullptr;
+    avx2 = avx2 && q_kernel_limit() >= 2;
+#endif
     for (const FastLine& line : kFastLines) {
         if (line.op != op || line.src != src || line.dst != dst) continue;
-        return has_avx2() && line.avx2 ? line.avx2 : line.sse2;
+        return avx2 && line.avx2 ? line.avx2 : line.sse2;
     }
     return nullptr;
 }
