@@ -218,6 +218,8 @@ QIMG_AVX2 void over_8888_avx2(unsigned char* dst, const unsigned char* src, int 
     const __m256i v255 = _mm256_set1_epi32(255);
     const __m256i opaque = _mm256_set1_epi32(static_cast<int>(0xff000000u));
     const __m256 bias = _mm256_set1_ps(1.0f + 1.0f / 262144.0f);
+    // Rounded once more than a / na * bias; the margin of the bias covers it as well.
+    const __m256 bias_over_255 = _mm256_set1_ps((1.0f + 1.0f / 262144.0f) / 255.0f);
     int i = 0;
     for (; i + 8 <= count; i += 8) {
         const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 4 * i));
@@ -229,12 +231,20 @@ QIMG_AVX2 void over_8888_avx2(unsigned char* dst, const unsigned char* src, int 
             continue;
         }
         const __m256i d = _mm256_loadu_si256(out);
-        const __m256i da = _mm256_srli_epi32(d, 24);
-        const __m256i na = _mm256_add_epi32(da, scaled_product_avx2(_mm256_sub_epi32(v255, da), a));
-        const __m256 scale = _mm256_mul_ps(
-            _mm256_div_ps(_mm256_cvtepi32_ps(a),
-                          _mm256_cvtepi32_ps(_mm256_max_epi32(na, _mm256_set1_epi32(1)))),
-            bias);
+        __m256i na;
+        __m256 scale;
+        if (_mm256_testc_si256(d, opaque)) {
+            // An opaque destination stays opaque (na = 255): a multiply replaces the division.
+            na = v255;
+            scale = _mm256_mul_ps(_mm256_cvtepi32_ps(a), bias_over_255);
+        } else {
+            const __m256i da = _mm256_srli_epi32(d, 24);
+            na = _mm256_add_epi32(da, scaled_product_avx2(_mm256_sub_epi32(v255, da), a));
+            scale = _mm256_mul_ps(
+                _mm256_div_ps(_mm256_cvtepi32_ps(a),
+                              _mm256_cvtepi32_ps(_mm256_max_epi32(na, _mm256_set1_epi32(1)))),
+                bias);
+        }
         __m256i c[3];
         for (int ch = 0; ch < 3; ++ch) {
             const __m256i sc = channel_avx2(s, ch);

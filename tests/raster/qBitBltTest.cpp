@@ -291,6 +291,41 @@ TEST(qBitBltTest, OverAndBlendForEveryAlphaPairAndDifference) {
         1);
 }
 
+// An opaque destination stays opaque, which the kernels use: every alpha and difference.
+TEST(qBitBltTest, OverOntoOpaqueForEveryAlphaAndDifference) {
+    qref::for_each_kernel_tier(
+        [&](int tier) {
+            SCOPED_TRACE(testing::Message() << "kernel tier " << tier);
+            Surface src(PT_BGRA32, 512, 256), dst(PT_BGRA32, 512, 256);
+            for (int a = 0; a < 256; ++a) {
+                for (int col = 0; col < 512; ++col) {
+                    const int x = col - 255;  // -255 .. 256, the last one repeats 0
+                    const int d = x < 0 ? -x : 0, s = x > 255 ? d : d + x;
+                    for (int c = 0; c < 3; ++c) {
+                        src.at(a, col)[c] = static_cast<unsigned char>(s);
+                        dst.at(a, col)[c] = static_cast<unsigned char>(d);
+                    }
+                    src.at(a, col)[3] = static_cast<unsigned char>(a);
+                    dst.at(a, col)[3] = 255;
+                }
+            }
+            const std::vector<unsigned char> before = dst.bytes;
+            ASSERT_EQ(
+                dst.view.BitBlt(qRect(0, 0, 512, 256), &src.view, qPoint(), BLT_OVER, 255, nullptr),
+                0);
+            for (size_t p = 0; p < before.size(); p += 4) {
+                const int a = src.bytes[p + 3];
+                for (int c = 0; c < 3; ++c) {
+                    const int d = before[p + c], s_c = src.bytes[p + c];
+                    ASSERT_EQ(dst.bytes[p + c], d + (s_c - d) * a / 255)
+                        << "a " << a << " s " << s_c << " d " << d;
+                }
+                ASSERT_EQ(dst.bytes[p + 3], 255);
+            }
+        },
+        1);
+}
+
 // Every cell of (source type, destination type, mode, opacity) against the reference, on
 // random sizes, positions and clips. The case number seeds the case, so a failure re-runs alone.
 TEST(qBitBltTest, EveryCellMatchesTheReference) {
