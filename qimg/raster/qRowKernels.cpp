@@ -191,8 +191,10 @@ QIMG_AVX2 QIMG_INLINE __m256i scaled_product_avx2(__m256i x, __m256i y) {
     return _mm256_mulhi_epu16(t, _mm256_set1_epi32(257));
 }
 
-// Byte `channel` of every pixel, as a 32-bit lane.
+// Byte `channel` of every pixel, as a 32-bit lane. Byte 0 is a mask, which unlike the byte
+// shuffle runs on every vector pipe (shuffles and shifts are what these kernels queue for).
 QIMG_AVX2 QIMG_INLINE __m256i channel_avx2(__m256i v, int channel) {
+    if (channel == 0) return _mm256_and_si256(v, _mm256_set1_epi32(255));
     const char c = static_cast<char>(channel), z = -1;
     const __m256i pick =
         _mm256_setr_epi8(c, z, z, z, c + 4, z, z, z, c + 8, z, z, z, c + 12, z, z, z, c, z, z, z,
