@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <vector>
 
 #include "qimg/core/qImageBuffer.h"
@@ -38,7 +37,14 @@ enum class Alphas { opaque, runs, random };
 // Random colours; alphas all 255, or a third 0 / a third 255 / a third partial, either in runs
 // of 64 pixels or drawn per pixel.
 void fill(Buffer& b, Alphas alphas, unsigned seed) {
-    std::mt19937 rng(seed);
+    // xorshift: the 4K buffers hold up to 130 MB, and the setup should not dominate the run.
+    uint32_t state = 2463534242u ^ seed;
+    auto rng = [&state] {
+        state ^= state << 13;
+        state ^= state >> 17;
+        state ^= state << 5;
+        return state;
+    };
     for (auto& byte : b.bytes) byte = static_cast<unsigned char>(rng());
     if (b.type != PT_BGRA32) return;
     for (int r = 0; r < b.height; ++r) {
