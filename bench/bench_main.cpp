@@ -46,8 +46,20 @@ bool split(const std::string& name, std::string* family, std::string* rest) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    // Other programs share this machine, so by default every benchmark is repeated in random
+    // order and the medians are compared; flags given on the command line replace these.
+    std::vector<char*> args(argv, argv + argc);
+    std::string repetitions = "--benchmark_repetitions=3";
+    std::string min_time = "--benchmark_min_time=0.1";
+    std::string interleave = "--benchmark_enable_random_interleaving=true";
+    std::string brief = "--benchmark_report_aggregates_only=true";
+    if (argc == 1) {
+        args.insert(args.end(),
+                    {repetitions.data(), min_time.data(), interleave.data(), brief.data()});
+    }
+    int count = static_cast<int>(args.size());
+    benchmark::Initialize(&count, args.data());
+    if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
     RateCollector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
     benchmark::Shutdown();

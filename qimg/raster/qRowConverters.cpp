@@ -1,3 +1,5 @@
+// The table of row converters: every supported (operation, source, destination) cell, one line
+// each, instantiated from the per-pixel operations of qPixelOpsPriv.h.
 #include <array>
 #include <cstring>
 
@@ -84,13 +86,13 @@ constexpr Table kTable = make_table();
 
 }  // namespace
 
-qRowConverter q_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst, bool scalar_only) {
+qRowConverter q_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst) {
     if (op < 0 || op >= kPixelOpCount || src < 0 || src >= kSourceSlotCount || dst < 0 ||
         dst >= kDestSlotCount) {
         return nullptr;
     }
     const qRowConverter scalar = kTable[op][src][dst];
-    if (!scalar || scalar_only) return scalar;
+    if (!scalar) return nullptr;
     const qRowConverter fast = q_fast_row_converter(op, src, dst);
     return fast ? fast : scalar;
 }

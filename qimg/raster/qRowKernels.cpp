@@ -23,6 +23,18 @@
 #include "qimg/raster/qPixelOpsPriv.h"
 #include "qimg/raster/qRowKernelsPriv.h"
 
+#ifdef QIMG_ALLOCATION_HOOK
+namespace {
+thread_local int g_kernel_limit = 2;
+}  // namespace
+void qimg_limit_kernels(int level) {
+    g_kernel_limit = level;
+}
+int q_kernel_limit() {
+    return g_kernel_limit;
+}
+#endif
+
 #if defined(QIMG_SCALAR_ONLY) || !defined(__x86_64__) || !defined(__GNUC__)
 
 qRowConverter q_fast_row_converter(qPixelOp, qTypeSlot, qTypeSlot) {
@@ -179,8 +191,10 @@ QIMG_AVX2 QIMG_INLINE __m256i scaled_product_avx2(__m256i x, __m256i y) {
     return _mm256_mulhi_epu16(t, _mm256_set1_epi32(257));
 }
 
-// Byte `channel` of every pixel, as a 32-bit lane.
+// Byte `channel` of every pixel, as a 32-bit lane. Byte 0 is a mask, which unlike the byte
+// shuffle runs on every vector pipe (shuffles and shifts are what these kernels queue for).
 QIMG_AVX2 QIMG_INLINE __m256i channel_avx2(__m256i v, int channel) {
+    if (channel == 0) return _mm256_and_si256(v, _mm256_set1_epi32(255));
     const char c = static_cast<char>(channel), z = -1;
     const __m256i pick =
         _mm256_setr_epi8(c, z, z, z, c + 4, z, z, z, c + 8, z, z, z, c + 12, z, z, z, c, z, z, z,
@@ -206,6 +220,8 @@ QIMG_AVX2 void over_8888_avx2(unsigned char* dst, const unsigned char* src, int 
     const __m256i v255 = _mm256_set1_epi32(255);
     const __m256i opaque = _mm256_set1_epi32(static_cast<int>(0xff000000u));
     const __m256 bias = _mm256_set1_ps(1.0f + 1.0f / 262144.0f);
+    // Rounded once more than a / na * bias; the margin of the bias covers it as well.
+    const __m256 bias_over_255 = _mm256_set1_ps((1.0f + 1.0f / 262144.0f) / 255.0f);
     int i = 0;
     for (; i + 8 <= count; i += 8) {
         const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 4 * i));
@@ -217,12 +233,20 @@ QIMG_AVX2 void over_8888_avx2(unsigned char* dst, const unsigned char* src, int 
             continue;
         }
         const __m256i d = _mm256_loadu_si256(out);
-        const __m256i da = _mm256_srli_epi32(d, 24);
-        const __m256i na = _mm256_add_epi32(da, scaled_product_avx2(_mm256_sub_epi32(v255, da), a));
-        const __m256 scale = _mm256_mul_ps(
-            _mm256_div_ps(_mm256_cvtepi32_ps(a),
-                          _mm256_cvtepi32_ps(_mm256_max_epi32(na, _mm256_set1_epi32(1)))),
-            bias);
+        __m256i na;
+        __m256 scale;
+        if (_mm256_testc_si256(d, opaque)) {
+            // An opaque destination stays opaque (na = 255): a multiply replaces the division.
+            na = v255;
+            scale = _mm256_mul_ps(_mm256_cvtepi32_ps(a), bias_over_255);
+        } else {
+            const __m256i da = _mm256_srli_epi32(d, 24);
+            na = _mm256_add_epi32(da, scaled_product_avx2(_mm256_sub_epi32(v255, da), a));
+            scale = _mm256_mul_ps(
+                _mm256_div_ps(_mm256_cvtepi32_ps(a),
+                              _mm256_cvtepi32_ps(_mm256_max_epi32(na, _mm256_set1_epi32(1)))),
+                bias);
+        }
         __m256i c[3];
         for (int ch = 0; ch < 3; ++ch) {
             const __m256i sc = channel_avx2(s, ch);
@@ -279,24 +303,52 @@ QIMG_AVX2 void blend_8888_avx2(unsigned char* dst, const unsigned char* src, int
 
 // PT_BGR24 -> PT_BGRA32: 8 pixels per step. Each 128-bit half loads 16 bytes of which 12 are
 // 4 pixels; the loop stops while a whole 16-byte load still lies inside the row.
-QIMG_AVX2 void copy_888_8888_avx2(unsigned char* dst, const unsigned char* src, int count,
-                                  const qRowContext&) {
+template <bool kStream>
+QIMG_AVX2 QIMG_INLINE int expand_888_8888_avx2(unsigned char* dst, const unsigned char* src,
+                                               int count) {
     const __m256i shuffle = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,
                                              0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
     const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xff000000u));
     int i = 0;
     // The second half reads bytes 3i + 12 .. 3i + 27, so 3i + 28 <= 3 * count.
-    for (; 3 * i + 28 <= 3 * count; i += 8) {
+    for (; 3 * static_cast<int64_t>(i) + 28 <= 3 * static_cast<int64_t>(count); i += 8) {
         const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 3 * i));
         const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 3 * i + 12));
         const __m256i both = _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 4 * i),
-                            _mm256_or_si256(_mm256_shuffle_epi8(both, shuffle), alpha));
+        const __m256i out = _mm256_or_si256(_mm256_shuffle_epi8(both, shuffle), alpha);
+        if constexpr (kStream) {
+            _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + 4 * i), out);
+        } else {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 4 * i), out);
+        }
     }
-    for (; i < count; ++i) {
+    return i;
+}
+
+void expand_888_8888(unsigned char* dst, const unsigned char* src, int count) {
+    for (int i = 0; i < count; ++i) {
         qOpCopy::apply<qDstBGRA32, qAlphaFromSource>(dst + 4 * i,
                                                      qSrcBGR24::read(src + 3 * i, nullptr), 255);
     }
+}
+
+// Outputs larger than this go around the caches: they would only evict what the caller uses.
+constexpr int kStreamPixels = 1 << 22;  // 16 MiB of PT_BGRA32
+
+QIMG_AVX2 void copy_888_8888_avx2(unsigned char* dst, const unsigned char* src, int count,
+                                  const qRowContext&) {
+    int i = 0;
+    const uintptr_t address = reinterpret_cast<uintptr_t>(dst);
+    if (count >= kStreamPixels && address % 4 == 0) {
+        // Whole pixels up to a 32-byte boundary, then streaming stores.
+        i = static_cast<int>((32 - address % 32) % 32 / 4);
+        expand_888_8888(dst, src, i);
+        i += expand_888_8888_avx2<true>(dst + 4 * i, src + 3 * i, count - i);
+        _mm_sfence();
+    } else {
+        i = expand_888_8888_avx2<false>(dst, src, count);
+    }
+    expand_888_8888(dst + 4 * i, src + 3 * i, count - i);
 }
 
 // PT_INDEX8 -> PT_BGRA32: four indices per load, each a 32-bit table word.
@@ -350,9 +402,14 @@ bool has_avx2() {
 }  // namespace
 
 qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst) {
+    bool avx2 = has_avx2();
+#ifdef QIMG_ALLOCATION_HOOK
+    if (q_kernel_limit() <= 0) return nullptr;
+    avx2 = avx2 && q_kernel_limit() >= 2;
+#endif
     for (const FastLine& line : kFastLines) {
         if (line.op != op || line.src != src || line.dst != dst) continue;
-        return has_avx2() && line.avx2 ? line.avx2 : line.sse2;
+        return avx2 && line.avx2 ? line.avx2 : line.sse2;
     }
     return nullptr;
 }

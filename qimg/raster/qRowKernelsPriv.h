@@ -6,7 +6,16 @@
 // kernels at all.
 #pragma once
 
+#include "qimg/core/qExport.h"
 #include "qimg/raster/qRowConvertersPriv.h"
 
 // The fast kernel for a table cell, or null when there is none for this processor.
 qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst);
+
+#ifdef QIMG_ALLOCATION_HOOK
+// Test builds only (they carry the allocation hook too): caps the kernels chosen on this thread
+// so one processor can check every tier against the reference. 0 portable scalar kernels,
+// 1 the x86-64 baseline (SSE2), 2 or more the best the processor runs (the default).
+QIMG_API void qimg_limit_kernels(int level);
+int q_kernel_limit();
+#endif

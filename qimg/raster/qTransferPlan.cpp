@@ -1,3 +1,4 @@
+// The mode dispatches of the transfers: one row converter chosen per call.
 #include <cstring>
 
 #include "qimg/raster/qImageAlias.h"

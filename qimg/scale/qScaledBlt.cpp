@@ -17,6 +17,8 @@
 
 namespace {
 
+constexpr int kRun = 128;  // pixels gathered and converted at a time
+
 template <int Bytes>
 void gather(unsigned char* out, const unsigned char* row, const int* columns, int count) {
     for (int i = 0; i < count; ++i) {
@@ -27,6 +29,19 @@ void gather(unsigned char* out, const unsigned char* row, const int* columns, in
 
 using Gather = void (*)(unsigned char*, const unsigned char*, const int*, int);
 
+// Whole 32-bit pixels, four per step with two 64-bit stores.
+void gather4(unsigned char* out, const unsigned char* row, const int* columns, int count) {
+    int i = 0;
+    for (; i + 4 <= count; i += 4) {
+        uint32_t p[4];
+        for (int k = 0; k < 4; ++k)
+            std::memcpy(&p[k], row + 4 * static_cast<size_t>(columns[i + k]), 4);
+        const uint64_t pairs[2] = {p[0] | uint64_t{p[1]} << 32, p[2] | uint64_t{p[3]} << 32};
+        std::memcpy(out + 4 * static_cast<size_t>(i), pairs, sizeof pairs);
+    }
+    gather<4>(out + 4 * static_cast<size_t>(i), row, columns + i, count - i);
+}
+
 Gather gather_for(int bytes) {
     switch (bytes) {
         case 1:
@@ -36,7 +51,7 @@ Gather gather_for(int bytes) {
         case 3:
             return gather<3>;
         default:
-            return gather<4>;
+            return gather4;
     }
 }
 
@@ -92,6 +107,7 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
     // pixels; each destination row is then one call of the row converter. A copy between equal
     // layouts gathers straight into the destination and repeats a row by copying it.
     const Gather gather_row = gather_for(src_bytes);
+    const size_t dst_bytes = static_cast<size_t>(bits_per_pixel() / 8);
     int gathered = -1;
     const unsigned char* previous = nullptr;
     for (int j = 0; j < rows; ++j) {
@@ -103,9 +119,17 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
             } else {
                 gather_row(to, src->pixel_address(r, 0), columns, count);
             }
-        } else {
-            if (r != gathered) gather_row(sampled, src->pixel_address(r, 0), columns, count);
+        } else if (r == gathered) {
             plan.convert(to, sampled, count, plan.context);
+        } else {
+            // Short runs keep the source reads and the destination writes of a row overlapping.
+            const unsigned char* from = src->pixel_address(r, 0);
+            for (int i = 0; i < count; i += kRun) {
+                const int n = count - i < kRun ? count - i : kRun;
+                const size_t at = static_cast<size_t>(i);
+                gather_row(sampled + at * src_bytes, from, columns + i, n);
+                plan.convert(to + at * dst_bytes, sampled + at * src_bytes, n, plan.context);
+            }
         }
         gathered = r;
         previous = to;

@@ -220,118 +220,192 @@ TEST(qBitBltTest, IndexedDestinationTakesOnlyIndicesOfItsOwnPalette) {
 // The engine's alpha for BLT_BLEND onto PT_BGRA32 is the scaled product of source alpha and
 // opacity: one row per opacity checks every pair against the formula.
 TEST(qBitBltTest, ScaledProductForAllPairs) {
-    Surface src(PT_BGRA32, 256, 1), dst(PT_BGRA32, 256, 1);
-    for (int x = 0; x < 256; ++x) *(src.at(0, x) + 3) = static_cast<unsigned char>(x);
-    int differs_from_rounding = 0;
-    for (int y = 0; y < 256; ++y) {
-        ASSERT_EQ(dst.view.BitBlt(qRect(0, 0, 256, 1), &src.view, qPoint(), BLT_BLEND,
-                                  static_cast<unsigned char>(y), nullptr),
-                  0);
-        for (int x = 0; x < 256; ++x) {
-            const int formula = ((x * y + 127) * 257) >> 16;
-            ASSERT_EQ(*(dst.at(0, x) + 3), y == 255 ? x : formula) << x << " x " << y;
-            if (formula != (x * y + 127) / 255) ++differs_from_rounding;
-            if (x == 255) {
-                ASSERT_EQ(formula, y);
+    qref::for_each_kernel_tier(
+        [&](int tier) {
+            SCOPED_TRACE(testing::Message() << "kernel tier " << tier);
+            Surface src(PT_BGRA32, 256, 1), dst(PT_BGRA32, 256, 1);
+            for (int x = 0; x < 256; ++x) *(src.at(0, x) + 3) = static_cast<unsigned char>(x);
+            int differs_from_rounding = 0;
+            for (int y = 0; y < 256; ++y) {
+                ASSERT_EQ(dst.view.BitBlt(qRect(0, 0, 256, 1), &src.view, qPoint(), BLT_BLEND,
+                                          static_cast<unsigned char>(y), nullptr),
+                          0);
+                for (int x = 0; x < 256; ++x) {
+                    const int formula = ((x * y + 127) * 257) >> 16;
+                    ASSERT_EQ(*(dst.at(0, x) + 3), y == 255 ? x : formula) << x << " x " << y;
+                    if (formula != (x * y + 127) / 255) ++differs_from_rounding;
+                    if (x == 255) {
+                        ASSERT_EQ(formula, y);
+                    }
+                }
             }
-        }
-    }
-    EXPECT_EQ(differs_from_rounding, 128);
+            EXPECT_EQ(differs_from_rounding, 128);
+        },
+        0);
 }
 
 // The over composite and the channel blend for every source alpha, destination alpha and colour
 // difference: pixel (row a, column da) of each pass carries three differences s - d.
 TEST(qBitBltTest, OverAndBlendForEveryAlphaPairAndDifference) {
-    Surface src(PT_BGRA32, 256, 256), over(PT_BGRA32, 256, 256), blend(PT_BGRA32, 256, 256);
-    for (int first = -255; first <= 255; first += 3) {
-        for (int a = 0; a < 256; ++a) {
-            for (int da = 0; da < 256; ++da) {
-                for (int c = 0; c < 3; ++c) {
-                    const int x = first + c > 255 ? 0 : first + c;
-                    const int d = x < 0 ? -x : 0;
-                    src.at(a, da)[c] = static_cast<unsigned char>(d + x);
-                    over.at(a, da)[c] = blend.at(a, da)[c] = static_cast<unsigned char>(d);
+    qref::for_each_kernel_tier(
+        [&](int tier) {
+            SCOPED_TRACE(testing::Message() << "kernel tier " << tier);
+            Surface src(PT_BGRA32, 256, 256), over(PT_BGRA32, 256, 256), blend(PT_BGRA32, 256, 256);
+            for (int first = -255; first <= 255; first += 3) {
+                for (int a = 0; a < 256; ++a) {
+                    for (int da = 0; da < 256; ++da) {
+                        for (int c = 0; c < 3; ++c) {
+                            const int x = first + c > 255 ? 0 : first + c;
+                            const int d = x < 0 ? -x : 0;
+                            src.at(a, da)[c] = static_cast<unsigned char>(d + x);
+                            over.at(a, da)[c] = blend.at(a, da)[c] = static_cast<unsigned char>(d);
+                        }
+                        src.at(a, da)[3] = static_cast<unsigned char>(a);
+                        over.at(a, da)[3] = blend.at(a, da)[3] = static_cast<unsigned char>(da);
+                    }
                 }
-                src.at(a, da)[3] = static_cast<unsigned char>(a);
-                over.at(a, da)[3] = blend.at(a, da)[3] = static_cast<unsigned char>(da);
+                const std::vector<unsigned char> before = over.bytes;
+                const qRect all(0, 0, 256, 256);
+                ASSERT_EQ(over.view.BitBlt(all, &src.view, qPoint(), BLT_OVER, 255, nullptr), 0);
+                ASSERT_EQ(blend.view.BitBlt(all, &src.view, qPoint(), BLT_BLEND, 255, nullptr), 0);
+                for (int a = 0; a < 256; ++a) {
+                    for (int da = 0; da < 256; ++da) {
+                        const size_t at =
+                            static_cast<size_t>(a) * 1024 + static_cast<size_t>(da) * 4;
+                        const int na = da + (((255 - da) * a + 127) * 257 >> 16);
+                        for (int c = 0; c < 3; ++c) {
+                            const int s_c = src.bytes[at + c], d = before[at + c];
+                            const int want_over = a == 0 ? d : d + (s_c - d) * a / na;
+                            const int want_blend = d + ((((s_c - d) * a + 127) * 257) >> 16);
+                            ASSERT_EQ(over.bytes[at + c], want_over)
+                                << "a " << a << " da " << da << " s " << s_c << " d " << d;
+                            ASSERT_EQ(blend.bytes[at + c], want_blend)
+                                << "a " << a << " s " << s_c << " d " << d;
+                        }
+                        ASSERT_EQ(over.bytes[at + 3], a == 0 ? da : na);
+                        ASSERT_EQ(blend.bytes[at + 3], a);
+                    }
+                }
             }
-        }
-        const std::vector<unsigned char> before = over.bytes;
-        const qRect all(0, 0, 256, 256);
-        ASSERT_EQ(over.view.BitBlt(all, &src.view, qPoint(), BLT_OVER, 255, nullptr), 0);
-        ASSERT_EQ(blend.view.BitBlt(all, &src.view, qPoint(), BLT_BLEND, 255, nullptr), 0);
-        for (int a = 0; a < 256; ++a) {
-            for (int da = 0; da < 256; ++da) {
-                const size_t at = static_cast<size_t>(a) * 1024 + static_cast<size_t>(da) * 4;
-                const int na = da + (((255 - da) * a + 127) * 257 >> 16);
+        },
+        1);
+}
+
+// An opaque destination stays opaque, which the kernels use: every alpha and difference.
+TEST(qBitBltTest, OverOntoOpaqueForEveryAlphaAndDifference) {
+    qref::for_each_kernel_tier(
+        [&](int tier) {
+            SCOPED_TRACE(testing::Message() << "kernel tier " << tier);
+            Surface src(PT_BGRA32, 512, 256), dst(PT_BGRA32, 512, 256);
+            for (int a = 0; a < 256; ++a) {
+                for (int col = 0; col < 512; ++col) {
+                    const int x = col - 255;  // -255 .. 256, the last one repeats 0
+                    const int d = x < 0 ? -x : 0, s = x > 255 ? d : d + x;
+                    for (int c = 0; c < 3; ++c) {
+                        src.at(a, col)[c] = static_cast<unsigned char>(s);
+                        dst.at(a, col)[c] = static_cast<unsigned char>(d);
+                    }
+                    src.at(a, col)[3] = static_cast<unsigned char>(a);
+                    dst.at(a, col)[3] = 255;
+                }
+            }
+            const std::vector<unsigned char> before = dst.bytes;
+            ASSERT_EQ(
+                dst.view.BitBlt(qRect(0, 0, 512, 256), &src.view, qPoint(), BLT_OVER, 255, nullptr),
+                0);
+            for (size_t p = 0; p < before.size(); p += 4) {
+                const int a = src.bytes[p + 3];
                 for (int c = 0; c < 3; ++c) {
-                    const int s_c = src.bytes[at + c], d = before[at + c];
-                    const int want_over = a == 0 ? d : d + (s_c - d) * a / na;
-                    const int want_blend = d + ((((s_c - d) * a + 127) * 257) >> 16);
-                    ASSERT_EQ(over.bytes[at + c], want_over)
-                        << "a " << a << " da " << da << " s " << s_c << " d " << d;
-                    ASSERT_EQ(blend.bytes[at + c], want_blend)
+                    const int d = before[p + c], s_c = src.bytes[p + c];
+                    ASSERT_EQ(dst.bytes[p + c], d + (s_c - d) * a / 255)
                         << "a " << a << " s " << s_c << " d " << d;
                 }
-                ASSERT_EQ(over.bytes[at + 3], a == 0 ? da : na);
-                ASSERT_EQ(blend.bytes[at + 3], a);
+                ASSERT_EQ(dst.bytes[p + 3], 255);
             }
-        }
-    }
+        },
+        1);
 }
 
 // Every cell of (source type, destination type, mode, opacity) against the reference, on
 // random sizes, positions and clips. The case number seeds the case, so a failure re-runs alone.
 TEST(qBitBltTest, EveryCellMatchesTheReference) {
-    const qPixelType types[] = {PT_BGRA32, PT_BGR24,   PT_GRAY_ALPHA16, PT_GRAY8,
-                                PT_INDEX8, PT_INDEX16, PT_ALPHA8};
-    const qBltMode modes[] = {BLT_COPY, BLT_OVER, BLT_BLEND};
-    const int opacities[] = {0, 1, 127, 128, 255};
-    int case_number = 0;
-    for (qPixelType st : types) {
-        for (qPixelType dt : types) {
-            for (qBltMode mode : modes) {
-                for (int k : opacities) {
-                    for (int repeat = 0; repeat < 4; ++repeat, ++case_number) {
-                        std::mt19937 rng(static_cast<unsigned>(case_number));
-                        // Contiguous rows without a monitor are drawn as one run.
-                        const bool contiguous = rng() % 2;
-                        const bool watched = rng() % 2;
-                        Image src(st, 1 + rng() % 48, 1 + rng() % 16, contiguous);
-                        Image dst(dt, 1 + rng() % 48, 1 + rng() % 16, contiguous);
-                        qref::fill_random(src, rng);
-                        qref::fill_random(dst, rng);
-                        const bool indexed_src = st == PT_INDEX8 || st == PT_INDEX16;
-                        if (dt == PT_INDEX8 && rng() % 6) dst.palette = qref::random_palette(rng);
-                        if (indexed_src && rng() % 6) {
-                            src.palette =
-                                dst.palette && rng() % 2 ? dst.palette : qref::random_palette(rng);
-                        }
-                        qRect rect;
-                        qPoint pos;
-                        qref::random_placement(rng, src, dst, &rect, &pos);
+    qref::for_each_kernel_tier(
+        [&](int tier) {
+            SCOPED_TRACE(testing::Message() << "kernel tier " << tier);
+            const qPixelType types[] = {PT_BGRA32, PT_BGR24,   PT_GRAY_ALPHA16, PT_GRAY8,
+                                        PT_INDEX8, PT_INDEX16, PT_ALPHA8};
+            const qBltMode modes[] = {BLT_COPY, BLT_OVER, BLT_BLEND};
+            const int opacities[] = {0, 1, 127, 128, 255};
+            int case_number = 0;
+            for (qPixelType st : types) {
+                for (qPixelType dt : types) {
+                    for (qBltMode mode : modes) {
+                        for (int k : opacities) {
+                            for (int repeat = 0; repeat < 4; ++repeat, ++case_number) {
+                                std::mt19937 rng(static_cast<unsigned>(case_number));
+                                // Contiguous rows without a monitor are drawn as one run.
+                                const bool contiguous = rng() % 2;
+                                const bool watched = rng() % 2;
+                                Image src(st, 1 + rng() % 48, 1 + rng() % 16, contiguous);
+                                Image dst(dt, 1 + rng() % 48, 1 + rng() % 16, contiguous);
+                                qref::fill_random(src, rng);
+                                qref::fill_random(dst, rng);
+                                const bool indexed_src = st == PT_INDEX8 || st == PT_INDEX16;
+                                if (dt == PT_INDEX8 && rng() % 6)
+                                    dst.palette = qref::random_palette(rng);
+                                if (indexed_src && rng() % 6) {
+                                    src.palette = dst.palette && rng() % 2
+                                                      ? dst.palette
+                                                      : qref::random_palette(rng);
+                                }
+                                qRect rect;
+                                qPoint pos;
+                                qref::random_placement(rng, src, dst, &rect, &pos);
 
-                        Image expected = qref::copy_of(dst);
-                        const qref::Outcome want = qref::blit(expected, src, rect, pos, mode, k);
-                        std::unique_ptr<qIImageBuffer> hs, hd;
-                        qImageEdit from, to;
-                        ASSERT_EQ(qref::bind(from, src, hs), 0);
-                        ASSERT_EQ(qref::bind(to, dst, hd), 0);
-                        CountingMonitor monitor;
-                        const int got =
-                            to.BitBlt(rect, &from, pos, mode, static_cast<unsigned char>(k),
-                                      watched ? &monitor : nullptr);
-                        const qref::Difference diff = qref::first_difference(dst, expected);
-                        ASSERT_TRUE(got == want.status && diff.row < 0 &&
-                                    monitor.calls == (watched ? want.rows : 0))
-                            << "case " << case_number << ": src " << st << " dst " << dt << " mode "
-                            << mode << " opacity " << k << " status " << got << " want "
-                            << want.status << " rows " << monitor.calls << " want " << want.rows
-                            << "; first difference at row " << diff.row << " byte " << diff.byte;
+                                Image expected = qref::copy_of(dst);
+                                const qref::Outcome want =
+                                    qref::blit(expected, src, rect, pos, mode, k);
+                                std::unique_ptr<qIImageBuffer> hs, hd;
+                                qImageEdit from, to;
+                                ASSERT_EQ(qref::bind(from, src, hs), 0);
+                                ASSERT_EQ(qref::bind(to, dst, hd), 0);
+                                CountingMonitor monitor;
+                                const int got =
+                                    to.BitBlt(rect, &from, pos, mode, static_cast<unsigned char>(k),
+                                              watched ? &monitor : nullptr);
+                                const qref::Difference diff = qref::first_difference(dst, expected);
+                                ASSERT_TRUE(got == want.status && diff.row < 0 &&
+                                            monitor.calls == (watched ? want.rows : 0))
+                                    << "case " << case_number << ": src " << st << " dst " << dt
+                                    << " mode " << mode << " opacity " << k << " status " << got
+                                    << " want " << want.status << " rows " << monitor.calls
+                                    << " want " << want.rows << "; first difference at row "
+                                    << diff.row << " byte " << diff.byte;
+                            }
+                        }
                     }
                 }
             }
-        }
+        },
+        0);
+}
+
+// Very large contiguous conversions take a path of their own (stores around the caches).
+TEST(qBitBltTest, HugeExpansionTo32Bits) {
+    const int w = 2101, h = 2003;
+    std::vector<unsigned char> src(static_cast<size_t>(w) * h * 3);
+    std::vector<unsigned char> dst(static_cast<size_t>(w) * h * 4 + 4, 7);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<unsigned char>(i * 7 + i / 5);
+    qImageEdit from, to;
+    from.Bind(src.data(), qSize(w, h), w * 3, PT_BGR24);
+    to.Bind(dst.data() + 4, qSize(w, h), w * 4, PT_BGRA32);  // not 32-byte aligned
+    ASSERT_EQ(to.BitBlt(qRect(0, 0, w, h), &from, qPoint(), BLT_COPY, 255, nullptr), 0);
+    ASSERT_EQ(std::vector<unsigned char>(dst.begin(), dst.begin() + 4),
+              std::vector<unsigned char>(4, 7));
+    for (size_t p = 0; p < static_cast<size_t>(w) * h; ++p) {
+        const unsigned char* d = dst.data() + 4 + 4 * p;
+        const unsigned char* s = src.data() + 3 * p;
+        ASSERT_TRUE(d[0] == s[0] && d[1] == s[1] && d[2] == s[2] && d[3] == 255) << "pixel " << p;
     }
 }
 
