@@ -2,6 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "GifTestKit.h"
@@ -120,3 +124,40 @@ TEST(qImageProxyReadGifTest, EmptyScreenTakesTheFirstImageSize) {
 }
 
 }  // namespace
+
+#ifdef QIMG_GIF_CORPUS
+// Reading a file by name and reading its bytes from memory give the same animation.
+TEST(qImageProxyReadGifTest, MemorySourceEqualsFileReading) {
+    for (const auto& entry : std::filesystem::directory_iterator(QIMG_GIF_CORPUS)) {
+        if (entry.path().extension() != ".gif") continue;
+        SCOPED_TRACE(entry.path().filename().string());
+        std::ifstream in(entry.path(), std::ios::binary);
+        const Bytes bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        qImageProxy from_file, from_memory;
+        ASSERT_EQ(from_file.read_gif(entry.path().c_str(), nullptr), 0);
+        ASSERT_EQ(read_memory(&from_memory, bytes), 0);
+        ASSERT_EQ(from_file.size(), from_memory.size());
+        qIAnimation* a = from_file.animation();
+        qIAnimation* b = from_memory.animation();
+        ASSERT_EQ(a->num_frames(), b->num_frames());
+        for (int i = 0; i < a->num_frames(); ++i) {
+            ASSERT_EQ(a->seek_frame(i, 0), 0);
+            ASSERT_EQ(b->seek_frame(i, 0), 0);
+            EXPECT_EQ(a->frame_rect(), b->frame_rect());
+            EXPECT_EQ(a->frame_delay(), b->frame_delay());
+            EXPECT_EQ(a->frame_disposal(), b->frame_disposal());
+            const auto* ia = dynamic_cast<const qIIndexImage*>(a->current_leaf());
+            const auto* ib = dynamic_cast<const qIIndexImage*>(b->current_leaf());
+            ASSERT_EQ(ia == nullptr, ib == nullptr);
+            if (!ia) continue;
+            const qSize size = ia->size();
+            for (int y = 0; y < size.height; ++y) {
+                ASSERT_EQ(std::memcmp(ia->pixel_address(y, 0), ib->pixel_address(y, 0),
+                                      static_cast<size_t>(size.width)),
+                          0)
+                    << "frame " << i << " row " << y;
+            }
+        }
+    }
+}
+#endif
