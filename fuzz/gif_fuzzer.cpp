@@ -166,7 +166,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     qMemoryR again(data, size);
     const int proxy_rc = proxy.read_gif(&again, nullptr);
     check(documented_read_code(proxy_rc), "read_gif result outside the documented codes");
-    check(proxy.valid() == (proxy_rc == 0), "read_gif 0 exactly when the proxy is valid");
+    // 0 means a valid proxy, except for a stream with a screen but no image at all, which reads
+    // without error and leaves nothing to show.
+    check(proxy_rc == 0 ? proxy.valid() || proxy.num_frames() == 0 : !proxy.valid(),
+          "read_gif 0 exactly when the proxy is valid");
     if (animation.valid()) {
         check(proxy_rc == 0 && proxy.num_frames() == animation.num_frames(),
               "read_gif keeps every frame of a valid animation");
