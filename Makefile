@@ -17,8 +17,10 @@ BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev 
                   libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
 FORMAT_PACKAGES := clang-format
+# The 32-bit build compiles GoogleTest from the sources Debian ships in package googletest.
+TEST32_PACKAGES := $(BUILD_PACKAGES) g++-multilib googletest
 
-.PHONY: all test demo bench fuzz format install-check clean
+.PHONY: all test tsan test32 demo bench fuzz fuzz-smoke format install-check clean
 
 all: demo
 
@@ -28,6 +30,25 @@ test:
 	    -DQIMG_SANITIZE=ON -DQIMG_ALLOCATION_HOOK=ON
 	cmake --build build/test -j$(JOBS)
 	ctest --test-dir build/test --output-on-failure -j$(JOBS)
+
+# ThreadSanitizer on the thread test: only that program and the library are built.
+tsan:
+	$(ENSURE) $(TEST_PACKAGES)
+	$(CMAKE_CONFIGURE) -S . -B build/tsan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-g -O1" \
+	    -DQIMG_SANITIZE_THREAD=ON -DQIMG_BUILD_TOOLS=OFF -DQIMG_BUILD_EXAMPLES=OFF
+	cmake --build build/tsan -j$(JOBS) --target qimg_threads_tests
+	TSAN_OPTIONS=halt_on_error=1 build/tsan/tests/qimg_threads_tests
+
+# The library and every test built for 32-bit x86 (-m32) and run under ASan + UBSan, so size
+# arithmetic is checked where size_t and pointers have 32 bits.
+test32:
+	$(ENSURE) $(TEST32_PACKAGES)
+	$(CMAKE_CONFIGURE) -S . -B build/test32 --toolchain cmake/i686-linux-gnu.cmake \
+	    -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-g -O1" -DQIMG_SANITIZE=ON \
+	    -DQIMG_ALLOCATION_HOOK=ON -DQIMG_GTEST_SOURCE_DIR=/usr/src/googletest \
+	    -DQIMG_BUILD_TOOLS=OFF -DQIMG_BUILD_EXAMPLES=OFF
+	cmake --build build/test32 -j$(JOBS)
+	ctest --test-dir build/test32 --output-on-failure -j$(JOBS)
 
 # The demo's pictures go to demo-output/.
 DEMO_OUT := demo-output
@@ -68,6 +89,11 @@ fuzz:
 	cmake --build build/fuzz -j$(JOBS)
 	@if [ -x fuzz/run-all ]; then fuzz/run-all build/fuzz $(FUZZ_SECONDS); \
 	 else echo "no fuzz targets yet"; fi
+
+# A short run of every fuzz target, as CI does.
+FUZZ_SMOKE_SECONDS ?= 20
+fuzz-smoke:
+	$(MAKE) fuzz FUZZ_SECONDS=$(FUZZ_SMOKE_SECONDS)
 
 format:
 	$(ENSURE) $(FORMAT_PACKAGES)

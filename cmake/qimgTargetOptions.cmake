@@ -5,7 +5,11 @@ function(qimg_target_options target)
     if(QIMG_WARNINGS_AS_ERRORS)
         target_compile_options(${target} PRIVATE -Werror)
     endif()
-    if(QIMG_SANITIZE)
+    if(QIMG_SANITIZE_THREAD)
+        # ThreadSanitizer cannot be combined with AddressSanitizer; it takes precedence.
+        target_compile_options(${target} PRIVATE -fsanitize=thread -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=thread)
+    elseif(QIMG_SANITIZE)
         target_compile_options(${target} PRIVATE
             -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
         target_link_options(${target} PRIVATE -fsanitize=address,undefined)

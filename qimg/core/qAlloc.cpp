@@ -5,14 +5,25 @@
 namespace {
 thread_local long g_count = 0;
 thread_local long g_fail_at = 0;
+thread_local unsigned long long g_bytes = 0;
 }  // namespace
 
-bool q_allocation_refused() noexcept { return ++g_count == g_fail_at; }
+bool q_allocation_refused(std::size_t bytes) noexcept {
+    g_bytes += bytes;
+    return ++g_count == g_fail_at;
+}
 
 void qimg_fail_allocation(long n) {
     g_count = 0;
+    g_bytes = 0;
     g_fail_at = n;
 }
 
-long qimg_allocation_count() { return g_count; }
+unsigned long long qimg_allocated_bytes() {
+    return g_bytes;
+}
+
+long qimg_allocation_count() {
+    return g_count;
+}
 #endif

@@ -12,26 +12,34 @@
 #include <utility>
 
 #ifdef QIMG_ALLOCATION_HOOK
-bool q_allocation_refused() noexcept;
+// Counts the request (and its bytes) and answers whether it is the one to fail.
+bool q_allocation_refused(std::size_t bytes) noexcept;
 #else
-constexpr bool q_allocation_refused() noexcept {
+constexpr bool q_allocation_refused(std::size_t) noexcept {
     return false;
 }
 #endif
 
+// count * size, saturated: only the hook's byte count uses it, the allocators check for
+// themselves.
+constexpr std::size_t q_request_bytes(std::size_t count, std::size_t size) noexcept {
+    return size != 0 && count > static_cast<std::size_t>(-1) / size ? static_cast<std::size_t>(-1)
+                                                                    : count * size;
+}
+
 // Raw blocks (pixel buffers, row tables, LZW output). q_malloc(0) asks for one byte, so a
 // success is never null.
 inline void* q_malloc(std::size_t bytes) noexcept {
-    if (q_allocation_refused()) return nullptr;
+    if (q_allocation_refused(bytes)) return nullptr;
     return std::malloc(bytes ? bytes : 1);
 }
 inline void* q_calloc(std::size_t count, std::size_t size) noexcept {
-    if (q_allocation_refused()) return nullptr;
+    if (q_allocation_refused(q_request_bytes(count, size))) return nullptr;
     return std::calloc(count ? count : 1, size ? size : 1);
 }
 // Like realloc: on failure the old block stays valid and owned by the caller.
 inline void* q_realloc(void* block, std::size_t bytes) noexcept {
-    if (q_allocation_refused()) return nullptr;
+    if (q_allocation_refused(bytes)) return nullptr;
     return std::realloc(block, bytes ? bytes : 1);
 }
 inline void q_free(void* block) noexcept {
@@ -41,14 +49,14 @@ inline void q_free(void* block) noexcept {
 // Objects, released with plain delete (so a virtual destructor works as usual).
 template <class T, class... Args>
 T* q_new(Args&&... args) noexcept {
-    if (q_allocation_refused()) return nullptr;
+    if (q_allocation_refused(sizeof(T))) return nullptr;
     return new (std::nothrow) T(std::forward<Args>(args)...);
 }
 
 // Value-initialised arrays (zeroed for plain types), released with delete[].
 template <class T>
 T* q_new_array(std::size_t count) noexcept {
-    if (q_allocation_refused()) return nullptr;
+    if (q_allocation_refused(q_request_bytes(count, sizeof(T)))) return nullptr;
     return new (std::nothrow) T[count ? count : 1]();
 }
 

@@ -103,6 +103,10 @@ private:
         int64_t target = int64_t{allocated_} * 2;
         if (target < capacity) target = capacity;
         if (target > INT32_MAX) target = INT32_MAX;
+        // Where size_t has 32 bits, sizeof(T) * target may not fit it.
+        constexpr uint64_t kMaxElements = SIZE_MAX / sizeof(T);
+        if (static_cast<uint64_t>(target) > kMaxElements)
+            target = static_cast<int64_t>(kMaxElements);
         if (int64_t{capacity} > target) return false;
         void* block = qObjArrayBlock::resize(data_, sizeof(T) * static_cast<std::size_t>(target));
         if (block == nullptr) return false;

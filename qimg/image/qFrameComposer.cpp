@@ -37,7 +37,9 @@ int qFrameComposer::restart() {
 
 int qFrameComposer::compose_to(int index, qIMonitor* monitor) {
     if (!animation_ || index < 0 || index >= animation_->num_frames()) return -5;
-    if (index < composed_) {
+    // Going back, or picking up after a failed step (composed_ is -1 then), starts from a clear
+    // canvas: a step that failed may have disposed of the shown frame already.
+    if (index < composed_ || composed_ < 0) {
         const int status = restart();
         if (status != 0) return status;
     }
@@ -45,7 +47,10 @@ int qFrameComposer::compose_to(int index, qIMonitor* monitor) {
     const int total = index - composed_;
     while (composed_ < index) {
         const int status = draw_next_frame();
-        if (status != 0) return status;
+        if (status != 0) {
+            composed_ = -1;
+            return status;
+        }
         if (monitor && !monitor->progress(composed_ - first + 1, total, 0, 1)) return 1;
     }
     // Also when nothing had to be drawn: the caller expects the cursor on `index`.

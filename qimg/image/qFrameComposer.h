@@ -42,7 +42,8 @@ public:
     // from frame 0. The monitor hears (frames drawn, frames to draw) after each frame.
     // 0; 1 cancelled (the canvas then shows the last frame completed); -1 out of memory; -5 no
     // begin(), an index outside the frames, or a frame that cannot be drawn; other codes from
-    // drawing.
+    // drawing. After a failure (a negative code) the canvas holds an unfinished picture and
+    // composed_frame() is -1: the next call starts again from frame 0.
     int compose_to(int index, qIMonitor* monitor);
 
     // The frame the canvas shows now; -1 before the first compose_to().
