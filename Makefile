@@ -85,8 +85,9 @@ FUZZ_SECONDS ?= 60
 fuzz:
 	$(ENSURE) $(FUZZ_PACKAGES)
 	CXX=clang++ $(CMAKE_CONFIGURE) -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	    -DQIMG_BUILD_TESTS=OFF -DQIMG_BUILD_FUZZ=ON -DQIMG_WARNINGS_AS_ERRORS=OFF
-	cmake --build build/fuzz -j$(JOBS)
+	    -DQIMG_BUILD_TESTS=OFF -DQIMG_BUILD_FUZZ=ON -DQIMG_WARNINGS_AS_ERRORS=OFF \
+	    -DQIMG_BUILD_TOOLS=OFF -DQIMG_BUILD_EXAMPLES=OFF
+	cmake --build build/fuzz -j$(JOBS) --target $$(cd fuzz && ls *_fuzzer.cpp | sed 's/^/fuzz_/; s/_fuzzer.cpp$$//')
 	@if [ -x fuzz/run-all ]; then fuzz/run-all build/fuzz $(FUZZ_SECONDS); \
 	 else echo "no fuzz targets yet"; fi
 
