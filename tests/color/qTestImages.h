@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "common/TestKit.h"
 #include "qimg/color/qIColormap.h"
 #include "qimg/core/qImageBuffer.h"
 
@@ -69,11 +70,6 @@ private:
     const qIColormap* map_;
     std::vector<unsigned char> pixels_;
 };
-
-inline qPixRA rgba(int r, int g, int b, int a = 255) {
-    return qPixRA{static_cast<unsigned char>(b), static_cast<unsigned char>(g),
-                  static_cast<unsigned char>(r), static_cast<unsigned char>(a)};
-}
 
 inline qPixRA random_colour(std::mt19937& rng, int alpha = 255) {
     return rgba(static_cast<int>(rng() & 255), static_cast<int>(rng() & 255),

@@ -12,10 +12,10 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
+#include "GifTestKit.h"
+#include "common/TestKit.h"
 #include "qimg/core/qImageProxy.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/gif/qMemoryR.h"
@@ -23,25 +23,10 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes read_file(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-struct MemoryInput {
-    const Bytes* bytes;
-    size_t at;
-};
-
-int read_memory(GifFileType* gif, GifByteType* out, int n) {
-    auto* in = static_cast<MemoryInput*>(gif->UserData);
-    const size_t k = std::min(static_cast<size_t>(n), in->bytes->size() - in->at);
-    std::memcpy(out, in->bytes->data() + in->at, k);
-    in->at += k;
-    return static_cast<int>(k);
-}
+using gif_test::MemoryInput;
+using gif_test::read_memory;
+using qtest::Bytes;
+using qtest::read_file;
 
 // A graphic control counts for an image only when it is the last extension before it.
 GraphicsControlBlock control_of(const SavedImage& image) {
@@ -111,11 +96,7 @@ std::vector<Bytes> play_with_giflib(const Bytes& file, int* width, int* height) 
 }
 
 std::vector<std::filesystem::path> test_files() {
-    std::vector<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator(QIMG_GIF_CORPUS)) {
-        if (entry.path().extension() == ".gif") files.push_back(entry.path());
-    }
-    std::sort(files.begin(), files.end());
+    std::vector<std::filesystem::path> files = qtest::corpus_files();
     files.push_back(std::filesystem::path(QIMG_GIF_CORPUS) /
                     "../../../examples/data/qimg-sample.gif");
     return files;

@@ -9,11 +9,11 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "GifTestKit.h"
+#include "common/TestKit.h"
 #include "qimg/color/qColormap.h"
 #include "qimg/core/qImageProxy.h"
 #include "qimg/gif/qGifAnimation.h"
@@ -24,21 +24,11 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes read_file(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-std::vector<std::filesystem::path> corpus_files() {
-    std::vector<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator(QIMG_GIF_CORPUS)) {
-        if (entry.path().extension() == ".gif") files.push_back(entry.path());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
+using gif_test::MemoryInput;
+using gif_test::read_memory;
+using qtest::Bytes;
+using qtest::corpus_files;
+using qtest::read_file;
 
 // What giflib reports, in the terms qimg uses.
 struct ReferenceFrame {
@@ -56,19 +46,6 @@ struct Reference {
     std::vector<std::string> comments;
     std::vector<ReferenceFrame> frames;
 };
-
-struct MemoryInput {
-    const Bytes* bytes;
-    size_t at;
-};
-
-int read_memory(GifFileType* gif, GifByteType* out, int n) {
-    auto* in = static_cast<MemoryInput*>(gif->UserData);
-    const size_t k = std::min(static_cast<size_t>(n), in->bytes->size() - in->at);
-    std::memcpy(out, in->bytes->data() + in->at, k);
-    in->at += k;
-    return static_cast<int>(k);
-}
 
 // Walks the extension blocks giflib saved before one image (or after the last one) the way a
 // block-by-block reader meets them. giflib hands an image the last graphic control saved before
@@ -225,17 +202,6 @@ TEST(qGifCorpusTest, EveryFrameMatchesGiflib) {
     std::printf("compared %d frames (%d with graphic control) of %zu files with giflib\n",
                 frames_compared, controls_compared, files.size());
     EXPECT_GT(controls_compared, 30);
-}
-
-TEST(qGifCorpusTest, EveryFileReadsThroughTheFacade) {
-    for (const auto& path : corpus_files()) {
-        SCOPED_TRACE(path.filename().string());
-        qImageProxy proxy;
-        ASSERT_EQ(proxy.read_gif(path.c_str(), nullptr), 0);
-        EXPECT_TRUE(proxy.valid());
-        EXPECT_EQ(proxy.current_leaf_type(), CT_INDEX_IMAGE);
-        EXPECT_EQ(proxy.is_animation(), proxy.num_frames() > 1);
-    }
 }
 
 }  // namespace

@@ -3,12 +3,10 @@
 
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "GifTestKit.h"
+#include "common/TestKit.h"
 #include "qimg/core/qImageProxy.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/gif/qMemoryR.h"
@@ -128,14 +126,13 @@ TEST(qImageProxyReadGifTest, EmptyScreenTakesTheFirstImageSize) {
 #ifdef QIMG_GIF_CORPUS
 // Reading a file by name and reading its bytes from memory give the same animation.
 TEST(qImageProxyReadGifTest, MemorySourceEqualsFileReading) {
-    for (const auto& entry : std::filesystem::directory_iterator(QIMG_GIF_CORPUS)) {
-        if (entry.path().extension() != ".gif") continue;
-        SCOPED_TRACE(entry.path().filename().string());
-        std::ifstream in(entry.path(), std::ios::binary);
-        const Bytes bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    for (const auto& path : qtest::corpus_files()) {
+        SCOPED_TRACE(path.filename().string());
         qImageProxy from_file, from_memory;
-        ASSERT_EQ(from_file.read_gif(entry.path().c_str(), nullptr), 0);
-        ASSERT_EQ(read_memory(&from_memory, bytes), 0);
+        ASSERT_EQ(from_file.read_gif(path.c_str(), nullptr), 0);
+        ASSERT_EQ(read_memory(&from_memory, qtest::read_file(path)), 0);
+        EXPECT_EQ(from_file.current_leaf_type(), CT_INDEX_IMAGE);
+        EXPECT_EQ(from_file.is_animation(), from_file.num_frames() > 1);
         ASSERT_EQ(from_file.size(), from_memory.size());
         qIAnimation* a = from_file.animation();
         qIAnimation* b = from_memory.animation();

@@ -6,12 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "common/TestKit.h"
 #include "qimg/color/qIColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qImageProxy.h"
@@ -24,9 +23,9 @@ namespace hardening {
 using Bytes = std::vector<unsigned char>;
 
 inline Bytes read_corpus(const std::string& name) {
-    std::ifstream in(std::string(QIMG_GIF_CORPUS) + "/" + name, std::ios::binary);
-    EXPECT_TRUE(in.good()) << name;
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    Bytes bytes = qtest::read_file(std::string(QIMG_GIF_CORPUS) + "/" + name);
+    EXPECT_FALSE(bytes.empty()) << name;
+    return bytes;
 }
 
 inline int read_bytes(qImageProxy& proxy, const Bytes& bytes, qIMonitor* monitor = nullptr) {

@@ -4,12 +4,11 @@
 // reports any data race between them (the library has no global mutable state to race on).
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "common/TestKit.h"
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qIColormap.h"
 #include "qimg/core/qImageProxy.h"
@@ -24,8 +23,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 Bytes read_file(const std::string& name) {
-    std::ifstream in(std::string(QIMG_GIF_CORPUS) + "/" + name, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    return qtest::read_file(std::string(QIMG_GIF_CORPUS) + "/" + name);
 }
 
 // Everything one thread produces from the shared bytes, as plain bytes to compare.
