@@ -5,7 +5,6 @@
 
 #include "image/DrawReference.h"
 #include "qimg/color/qColormap.h"
-#include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qImageProxy.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qIndexImage.h"
@@ -317,45 +316,5 @@ TEST(qImageProxyTest, DrawWithoutTargetIsRefused) {
     ASSERT_EQ(proxy.Set(&image), 0);
     EXPECT_EQ(proxy.Draw(nullptr, qRect(0, 0, 4, 4), qPoint(), 1.0f, 1.0f, false), -5);
 }
-
-#ifdef QIMG_ALLOCATION_HOOK
-// Each Set, with every one of its allocations failing in turn: -1 and an empty proxy.
-TEST(qImageProxyTest, EveryAllocationFailureOfSetGivesMinusOneAndAnEmptyProxy) {
-    qDirectImage direct;
-    make_direct(direct);
-    qColormap map;
-    qIndexImage indexed;
-    make_indexed(indexed, map);
-    qImageProxy filled;
-    ASSERT_EQ(filled.Set(&indexed), 0);
-    struct Case {
-        const char* name;
-        std::function<int(qImageProxy&)> set;
-    };
-    const Case cases[] = {
-        {  "true colour",  [&](qImageProxy& p) { return p.Set(&direct); }},
-        {  "index image", [&](qImageProxy& p) { return p.Set(&indexed); }},
-        {"another proxy",  [&](qImageProxy& p) { return p.Set(&filled); }},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        for (long n = 1;; ++n) {
-            SCOPED_TRACE(n);
-            qImageProxy proxy;
-            ASSERT_EQ(proxy.Set(&direct), 0);
-            qimg_fail_allocation(n);
-            const int rc = c.set(proxy);
-            qimg_fail_allocation(0);
-            if (rc == 0) {
-                EXPECT_TRUE(proxy.valid());
-                break;
-            }
-            EXPECT_EQ(rc, -1);
-            expect_empty(proxy);
-            ASSERT_LT(n, 30);
-        }
-    }
-}
-#endif
 
 }  // namespace

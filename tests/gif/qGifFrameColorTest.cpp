@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "GifTestKit.h"
+#include "common/TestKit.h"
 #include "image/ReductionCase.h"
 #include "qimg/color/qColormap.h"
-#include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qImageProxy.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/gif/qGifControl.h"
@@ -21,11 +21,8 @@ namespace {
 
 using gif_test::Bytes;
 using gif_test::GifBuilder;
-
-qPixRA rgba(int r, int g, int b, int a = 255) {
-    return qPixRA{static_cast<unsigned char>(b), static_cast<unsigned char>(g),
-                  static_cast<unsigned char>(r), static_cast<unsigned char>(a)};
-}
+using qtest::rgba;
+using qtest::StopAtRow;
 
 // 6 x 4 at offset (2, 3); index = (x + y) % 4, so index 3 (the control's transparent one in most
 // tests) appears on every row.
@@ -58,15 +55,6 @@ std::vector<qPixRA> drawn(const qGifFrame& frame) {
     EXPECT_EQ(frame.Draw(&view, qRect(0, 0, 8, 7), qPoint(), 1.0f, 1.0f, false), 0);
     return canvas;
 }
-
-class StopAt : public qIMonitor {
-public:
-    explicit StopAt(int row) : row_(row) {}
-    bool progress(int done, int, int, int) override { return done < row_; }
-
-private:
-    int row_;
-};
 
 class qGifFrameColorTest : public testing::Test {
 protected:
@@ -167,8 +155,8 @@ TEST_F(qGifFrameColorTest, FailuresLeaveImageAndPaletteAsTheyWere) {
     ASSERT_EQ(opaque_map.create(2), 0);
     opaque_map.set_opaque_all();
     qColormap empty_map;
-    StopAt first_row(1);
-    StopAt last_row(4);
+    StopAtRow first_row(1);
+    StopAtRow last_row(4);
     const qCmapType unknown = static_cast<qCmapType>(3);
     struct Case {
         const char* name;
@@ -247,43 +235,5 @@ TEST_F(qGifFrameColorTest, FacadeReachesTheCurrentFrame) {
     EXPECT_EQ(proxy.pixel_index(qPoint(4, 1)), 1);  // index 3 was transparent
     EXPECT_EQ(proxy.pixel_index(qPoint(1, 1)), 0);
 }
-
-#ifdef QIMG_ALLOCATION_HOOK
-TEST_F(qGifFrameColorTest, EveryAllocationFailureGivesMinusOneAndChangesNothing) {
-    qColormap given;
-    ASSERT_EQ(given.create(3), 0);
-    given.set_color(1, rgba(255, 255, 255));
-    struct Case {
-        const char* name;
-        qtest::Reduction call;
-    };
-    // clang-format off
-    const Case cases[] = {
-        {"adaptive, diffused", qtest::generated(8, CM_ADAPTIVE, QT_DIFFUSION, false)},
-        {"given map, nearest", qtest::given(&given, QT_NEAREST, false)},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        for (long n = 1;; ++n) {
-            SCOPED_TRACE(testing::Message() << c.name << ", allocation " << n);
-            qGifFrame frame;
-            ASSERT_EQ(read_frame(&frame, &global_, 3), 0);
-            const qIndexImage* image = frame.image();
-            qimg_fail_allocation(n);
-            const int rc = qtest::reduce(frame, c.call);
-            qimg_fail_allocation(0);
-            if (rc == 0) {
-                EXPECT_NE(frame.local_colormap(), nullptr);
-                break;
-            }
-            EXPECT_EQ(rc, -1);
-            EXPECT_EQ(frame.image(), image);
-            EXPECT_EQ(frame.colormap(), &global_);
-            EXPECT_EQ(indices_of(frame), std::vector<int>(kIndices.begin(), kIndices.end()));
-            ASSERT_LT(n, 40);
-        }
-    }
-}
-#endif
 
 }  // namespace

@@ -1,6 +1,4 @@
 // The stream reader on hand-made streams, each built block by block.
-#include "qimg/gif/qGifAnimation.h"
-
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -9,8 +7,8 @@
 
 #include "GifTestKit.h"
 #include "qimg/color/qColormap.h"
-#include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qMonitor.h"
+#include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qMemoryR.h"
@@ -438,9 +436,6 @@ TEST(qGifReaderTest, RowsOfEveryWidthAndDataLength) {
 TEST(qGifReaderTest, HugeImageIsRefusedBeforeAllocating) {
     // 65535 x 65535: about 4 GiB, refused as the index image would refuse it.
     qGifAnimation animation;
-#ifdef QIMG_ALLOCATION_HOOK
-    qimg_fail_allocation(0);
-#endif
     EXPECT_EQ(read(still().descriptor(0, 0, 65535, 65535).pixels(3, kPixels).trailer().bytes(),
                    &animation),
               -6);
@@ -451,41 +446,5 @@ TEST(qGifReaderTest, HugeImageIsRefusedBeforeAllocating) {
     EXPECT_EQ(large.frame(0)->pixel_index({7, 0}), 7);
     EXPECT_EQ(large.frame(0)->pixel_index({3999, 2999}), 0);
 }
-
-#ifdef QIMG_ALLOCATION_HOOK
-// Every allocation of a read fails in turn: an error each time, never a crash or leak, until
-// the read succeeds.
-TEST(qGifReaderTest, AllocationSweep) {
-    const Bytes bytes = GifBuilder()
-                            .header()
-                            .screen(8, 4, 2)
-                            .color_table(8)
-                            .comment("c")
-                            .looping(1)
-                            .control(0, 1, 1)
-                            .descriptor(0, 0, 4, 2)
-                            .pixels(3, kPixels)
-                            .descriptor(4, 2, 4, 2, 1)
-                            .color_table(4)
-                            .pixels(2, {0, 1, 2, 3, 3, 2, 1, 0})
-                            .trailer()
-                            .bytes();
-    for (long n = 1;; ++n) {
-        SCOPED_TRACE(n);
-        qGifAnimation animation;
-        qimg_fail_allocation(n);
-        const int rc = read(bytes, &animation);
-        qimg_fail_allocation(0);
-        if (rc == 0) {
-            EXPECT_EQ(animation.num_frames(), 2);
-            EXPECT_GT(n, 5);
-            break;
-        }
-        // The LZW output is the one allocation whose failure counts as undecodable data.
-        EXPECT_TRUE(rc == -1 || rc == -9) << rc;
-        ASSERT_LT(n, 200);
-    }
-}
-#endif
 
 }  // namespace

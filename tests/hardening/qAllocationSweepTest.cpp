@@ -153,9 +153,12 @@ TEST(AllocationSweep, ReadGifStoppedAtEveryProgressCall) {
     }
 }
 
-// Set from another proxy holding a whole animation (global and local maps, comments) and Set
-// from the current frame's index image: -1 and an empty proxy at every failure.
+// Set from another proxy holding a whole animation (global and local maps, comments), from the
+// current frame's index image and from a true-colour image: -1 and an empty proxy at every
+// failure.
 TEST(AllocationSweep, SetAndCloneOfAnimations) {
+    qDirectImage picture;
+    make_direct(picture, qSize(6, 4));
     for (const char* name :
          {"pil-anim-local-tables.gif", "gs-comment-noloop.gif", "im-comment.gif"}) {
         SCOPED_TRACE(name);
@@ -169,8 +172,9 @@ TEST(AllocationSweep, SetAndCloneOfAnimations) {
             std::function<int(qImageProxy&)> set;
         };
         const Case cases[] = {
-            {      "proxy", [&](qImageProxy& p) { return p.Set(&source); }},
-            {"index image",    [&](qImageProxy& p) { return p.Set(leaf); }},
+            {      "proxy",  [&](qImageProxy& p) { return p.Set(&source); }},
+            {"index image",     [&](qImageProxy& p) { return p.Set(leaf); }},
+            {"true colour", [&](qImageProxy& p) { return p.Set(&picture); }},
         };
         for (const Case& c : cases) {
             SCOPED_TRACE(c.what);
@@ -193,6 +197,8 @@ TEST(AllocationSweep, SetAndCloneOfAnimations) {
                     EXPECT_EQ(rc, -1);
                     EXPECT_FALSE(proxy.valid());
                     EXPECT_EQ(proxy.current_leaf(), nullptr);
+                    EXPECT_EQ(proxy.size(), qSize());
+                    EXPECT_EQ(proxy.colormap(), nullptr);
                 }
             }
         }
@@ -360,38 +366,43 @@ TEST(AllocationSweep, MappingAndDithering) {
     }
 }
 
-// The facade's colour reduction: -1 and the image unchanged at every failure. Runs once frames
-// can be reduced (the call answers -100 until then).
+// The facade's colour reduction of a true-colour frame and of a GIF frame, to a generated
+// palette or a given map: -1 and the image unchanged at every failure.
 TEST(AllocationSweep, FacadeQuantizeColors) {
     qDirectImage picture;
     make_direct(picture, qSize(19, 11));
     qImageProxy gif;
     ASSERT_EQ(read_bytes(gif, read_corpus("pil-anim-transparent.gif")), 0);
+    qColorQuantProxy given;
+    ASSERT_EQ(given.create_fixed_colormap(16, CM_GRAY, true), 0);
     struct Case {
         const char* what;
         bool from_gif;
         qCmapType kind;
         qQuantizer quantizer;
+        const qIColormap* map;  // the given-map form when set
     };
     const Case cases[] = {
-        {  "adaptive, nearest", false, CM_ADAPTIVE,   QT_NEAREST},
-        { "adaptive, dithered", false, CM_ADAPTIVE, QT_DIFFUSION},
-        {     "cube, dithered", false,     CM_CUBE, QT_DIFFUSION},
-        {      "grey, nearest", false,     CM_GRAY,   QT_NEAREST},
-        {"gif frame, adaptive",  true, CM_ADAPTIVE, QT_DIFFUSION},
+        {   "adaptive, nearest", false, CM_ADAPTIVE,   QT_NEAREST,                nullptr},
+        {  "adaptive, dithered", false, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
+        {      "cube, dithered", false,     CM_CUBE, QT_DIFFUSION,                nullptr},
+        {       "grey, nearest", false,     CM_GRAY,   QT_NEAREST,                nullptr},
+        { "given map, dithered", false,     CM_CUBE, QT_DIFFUSION, given.fixed_colormap()},
+        { "gif frame, adaptive",  true, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
+        {"gif frame, given map",  true,     CM_CUBE,   QT_NEAREST, given.fixed_colormap()},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         auto fresh = [&](qImageProxy& p) { return c.from_gif ? p.Set(&gif) : p.Set(&picture); };
         auto reduce = [&](qImageProxy& p, qIMonitor* monitor) {
-            return p.quantize_colors(16, c.kind, c.quantizer, false, 1.0f, 0.0f, 1, monitor);
+            return c.map
+                       ? p.quantize_colors(c.map, c.quantizer, false, 1.0f, 0.0f, monitor)
+                       : p.quantize_colors(16, c.kind, c.quantizer, false, 1.0f, 0.0f, 1, monitor);
         };
         qImageProxy clean;
         ASSERT_EQ(fresh(clean), 0);
         const Rendering before = render(clean);
-        const int clean_rc = reduce(clean, nullptr);
-        if (clean_rc == -100) GTEST_SKIP() << "frames cannot be reduced to a palette yet";
-        ASSERT_EQ(clean_rc, 0);
+        ASSERT_EQ(reduce(clean, nullptr), 0);
         const Rendering after = render(clean);
         for (long n = 1;; ++n) {
             SCOPED_TRACE(n);
@@ -428,6 +439,19 @@ TEST(AllocationSweep, FacadeQuantizeColors) {
             EXPECT_EQ(render(proxy), before);
             ASSERT_LT(k, 10000);
         }
+    }
+    // The representative colour: transparent black when its working memory cannot be had.
+    qImageProxy proxy;
+    ASSERT_EQ(proxy.Set(&picture), 0);
+    for (long n = 1;; ++n) {
+        FailAllocation fail(n);
+        const qPixRA colour = proxy.get_rep_color();
+        if (!fail.reached()) {
+            EXPECT_EQ(colour.alpha, 255);
+            break;
+        }
+        EXPECT_EQ(colour, (qPixRA{0, 0, 0, 0})) << n;
+        ASSERT_LT(n, 20);
     }
 }
 
