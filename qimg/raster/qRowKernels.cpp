@@ -7,15 +7,17 @@
 // compiled for AVX2, chosen at run time. The 24-bit expansion uses AVX2 byte shuffles directly.
 //
 // How the over composite loses its division without changing a result. Each colour byte is
-// d + trunc((s - d) * a / na) with na in 1..255. In single precision, with
+// d + trunc((s - d) * a / na) with na in 1..255. The AVX2 kernel divides once per pixel and
+// multiplies per channel (see over_8888_avx2). The portable-vector kernel works in single
+// precision: with
 //     scale = fl(fl(a / na) * (1 + 2^-18)),
 // fl((s - d) * scale) is never below the exact quotient's magnitude (the factor outweighs three
 // roundings of 2^-24) and exceeds it by at most 255 * 2^-17.9 < 1/255, while an inexact quotient
 // lies at least 1/na >= 1/255 below the next integer. Truncating the float therefore gives the
-// integer quotient for every (s - d, a, da); an exhaustive check over all 33 million triples
-// confirmed it. a = 0 gives scale 0 and a = 255 gives na = 255 and the source colour, so no lane
-// needs a branch, and a group of pixels that are all transparent or all opaque is skipped or
-// copied whole.
+// integer quotient for every (s - d, a, da). Both are checked exhaustively over all 33 million
+// triples by the tests. a = 0 gives scale 0 and a = 255 gives na = 255 and the source colour, so
+// no lane needs a branch, and a group of pixels that are all transparent or all opaque is
+// skipped or copied whole.
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -213,48 +215,74 @@ QIMG_AVX2 QIMG_INLINE __m256i alpha_avx2(__m256i s, __m256i k) {
     return kOpacity ? scaled_product_avx2(a, k) : a;
 }
 
+// The AVX2 over composite works on bytes and 16-bit lanes and divides once per pixel, not per
+// channel. With x = |s - d| and na in 1..255, the colour byte is d + sign(s - d) * floor(x * a /
+// na), and floor(x * a / na) = floor(x * R / 2^16) for R = ceil(a * 2^16 / na):
+//  - R is exact from one float division: a * 2^16 / na <= 2^16, so the correctly rounded quotient
+//    is within 2^-9 of it, while a quotient that is not an integer lies at least 1/na >= 1/255
+//    from the next one; rounding up the float gives the integer R.
+//  - x * R / 2^16 exceeds x * a / na by less than x / 2^16 <= 255 / 65536 < 1/255 <= 1/na, which is
+//    the least distance from an inexact x * a / na to the integer above it.
+// So one unsigned 16-bit high multiply per channel gives the exact quotient. R fits 16 bits
+// unless a = na (a destination alpha of 0, a source alpha of 255, and 645 other pairs); then the
+// composite is the source colour, which a blend puts in. a = 0 gives R = 0 and leaves the colour.
 template <bool kOpacity>
 QIMG_AVX2 void over_8888_avx2(unsigned char* dst, const unsigned char* src, int count,
                               const qRowContext& ctx) {
     const __m256i k = _mm256_set1_epi32(ctx.opacity);
     const __m256i v255 = _mm256_set1_epi32(255);
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i whole = _mm256_set1_epi32(65536);  // R when a = na
     const __m256i opaque = _mm256_set1_epi32(static_cast<int>(0xff000000u));
-    const __m256 bias = _mm256_set1_ps(1.0f + 1.0f / 262144.0f);
-    // Rounded once more than a / na * bias; the margin of the bias covers it as well.
-    const __m256 bias_over_255 = _mm256_set1_ps((1.0f + 1.0f / 262144.0f) / 255.0f);
+    const __m256i zero = _mm256_setzero_si256();
+    // R of each pixel into the four 16-bit lanes of its channels, for the pixels that the byte
+    // unpacks put in their low (pixels 0, 1 of each half) and high (2, 3) results.
+    const __m256i spread_low = _mm256_setr_epi8(0, 1, 0, 1, 0, 1, 0, 1, 4, 5, 4, 5, 4, 5, 4, 5, 0,
+                                                1, 0, 1, 0, 1, 0, 1, 4, 5, 4, 5, 4, 5, 4, 5);
+    const __m256i spread_high =
+        _mm256_setr_epi8(8, 9, 8, 9, 8, 9, 8, 9, 12, 13, 12, 13, 12, 13, 12, 13, 8, 9, 8, 9, 8, 9,
+                         8, 9, 12, 13, 12, 13, 12, 13, 12, 13);
+    const __m256i v257 = _mm256_set1_epi32(257);
     int i = 0;
     for (; i + 8 <= count; i += 8) {
         const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 4 * i));
         const __m256i a = alpha_avx2<kOpacity>(s, k);
         if (_mm256_testz_si256(a, a)) continue;
         __m256i* out = reinterpret_cast<__m256i*>(dst + 4 * i);
-        if (_mm256_movemask_epi8(_mm256_cmpeq_epi32(a, v255)) == -1) {
-            _mm256_storeu_si256(out, _mm256_or_si256(s, opaque));
+        // Below full opacity no alpha reaches 255, so only the plain rule can copy a group.
+        if (!kOpacity && _mm256_testc_si256(s, opaque)) {
+            _mm256_storeu_si256(out, s);
             continue;
         }
         const __m256i d = _mm256_loadu_si256(out);
-        __m256i na;
-        __m256 scale;
+        __m256i na, r;
         if (_mm256_testc_si256(d, opaque)) {
-            // An opaque destination stays opaque (na = 255): a multiply replaces the division.
+            // An opaque destination stays opaque, and ceil(a * 2^16 / 255) = 257 a + (a > 0).
             na = v255;
-            scale = _mm256_mul_ps(_mm256_cvtepi32_ps(a), bias_over_255);
+            r = _mm256_add_epi32(_mm256_mullo_epi16(a, v257), _mm256_min_epi32(a, one));
         } else {
             const __m256i da = _mm256_srli_epi32(d, 24);
             na = _mm256_add_epi32(da, scaled_product_avx2(_mm256_sub_epi32(v255, da), a));
-            scale = _mm256_mul_ps(
-                _mm256_div_ps(_mm256_cvtepi32_ps(a),
-                              _mm256_cvtepi32_ps(_mm256_max_epi32(na, _mm256_set1_epi32(1)))),
-                bias);
+            const __m256 quotient = _mm256_div_ps(_mm256_cvtepi32_ps(_mm256_slli_epi32(a, 16)),
+                                                  _mm256_cvtepi32_ps(_mm256_max_epi32(na, one)));
+            r = _mm256_cvttps_epi32(_mm256_ceil_ps(quotient));
         }
-        __m256i c[3];
-        for (int ch = 0; ch < 3; ++ch) {
-            const __m256i sc = channel_avx2(s, ch);
-            const __m256i dc = channel_avx2(d, ch);
-            const __m256 diff = _mm256_cvtepi32_ps(_mm256_sub_epi32(sc, dc));
-            c[ch] = _mm256_add_epi32(dc, _mm256_cvttps_epi32(_mm256_mul_ps(diff, scale)));
-        }
-        _mm256_storeu_si256(out, join_avx2(c[0], c[1], c[2], na));
+
+        // x = |s - d| and its direction, byte by byte.
+        const __m256i up = _mm256_subs_epu8(s, d);
+        const __m256i down = _mm256_subs_epu8(d, s);
+        const __m256i x = _mm256_or_si256(up, down);
+        const __m256i q_low =
+            _mm256_mulhi_epu16(_mm256_unpacklo_epi8(x, zero), _mm256_shuffle_epi8(r, spread_low));
+        const __m256i q_high =
+            _mm256_mulhi_epu16(_mm256_unpackhi_epi8(x, zero), _mm256_shuffle_epi8(r, spread_high));
+        const __m256i q = _mm256_packus_epi16(q_low, q_high);
+        // The result lies between d and s, so byte arithmetic cannot wrap.
+        __m256i result = _mm256_blendv_epi8(_mm256_add_epi8(d, q), _mm256_sub_epi8(d, q),
+                                            _mm256_cmpeq_epi8(up, zero));
+        result = _mm256_blendv_epi8(result, s, _mm256_cmpeq_epi32(r, whole));
+        result = _mm256_blendv_epi8(result, _mm256_slli_epi32(na, 24), opaque);
+        _mm256_storeu_si256(out, result);
     }
     using Alpha = std::conditional_t<kOpacity, qAlphaTimesOpacity, qAlphaFromSource>;
     for (; i < count; ++i) {

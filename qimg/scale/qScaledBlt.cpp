@@ -55,6 +55,27 @@ Gather gather_for(int bytes) {
     }
 }
 
+// Rows read at a stride defeat the hardware prefetchers: at 0.5x every row read is a new stream
+// and the source is far larger than the caches. So each run asks for the cache lines of the next
+// run (its source samples and its destination pixels) before working on its own.
+constexpr int kLine = 64;
+
+struct Prefetch {
+    int step;  // destination pixels per source cache line, at least 1 (samples are monotonic)
+    int src_bytes;
+    size_t dst_bytes;
+
+    void run(const unsigned char* from, const int* columns, unsigned char* to, int begin,
+             int end) const {
+        for (int i = begin; i < end; i += step) {
+            __builtin_prefetch(from + static_cast<size_t>(columns[i]) * src_bytes);
+        }
+        for (size_t b = begin * dst_bytes; b < end * dst_bytes; b += kLine) {
+            __builtin_prefetch(to + b, 1);
+        }
+    }
+};
+
 // The column map and the sampled source row, in one block freed on every way out.
 struct Scratch {
     void* block = nullptr;
@@ -105,30 +126,40 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
 
     // Rows that sample the same source row (every magnification above 1) reuse its gathered
     // pixels; each destination row is then one call of the row converter. A copy between equal
-    // layouts gathers straight into the destination and repeats a row by copying it.
+    // layouts gathers straight into the destination and repeats a row by copying it. Short runs
+    // keep the source reads and the destination writes of a row overlapping.
     const Gather gather_row = gather_for(src_bytes);
     const size_t dst_bytes = static_cast<size_t>(bits_per_pixel() / 8);
+    const double line_pixels = static_cast<double>(scale_x) * kLine / src_bytes;
+    const Prefetch prefetch{line_pixels < 1      ? 1
+                            : line_pixels > kRun ? kRun
+                                                 : static_cast<int>(line_pixels),
+                            src_bytes, dst_bytes};
     int gathered = -1;
     const unsigned char* previous = nullptr;
     for (int j = 0; j < rows; ++j) {
         const int r = q_sample_index((static_cast<double>(area.py) + j + 0.5) * iy, sh);
         unsigned char* to = pixel_address(static_cast<int>(area.y) + j, static_cast<int>(area.x));
-        if (plan.identity) {
-            if (r == gathered) {
+        if (r == gathered) {
+            if (plan.identity) {
                 std::memcpy(to, previous, row_bytes);
             } else {
-                gather_row(to, src->pixel_address(r, 0), columns, count);
+                plan.convert(to, sampled, count, plan.context);
             }
-        } else if (r == gathered) {
-            plan.convert(to, sampled, count, plan.context);
         } else {
-            // Short runs keep the source reads and the destination writes of a row overlapping.
             const unsigned char* from = src->pixel_address(r, 0);
+            prefetch.run(from, columns, to, 0, count < kRun ? count : kRun);
             for (int i = 0; i < count; i += kRun) {
                 const int n = count - i < kRun ? count - i : kRun;
+                const int next_end = count - (i + n) < kRun ? count : i + n + kRun;
+                prefetch.run(from, columns, to, i + n, next_end);
                 const size_t at = static_cast<size_t>(i);
-                gather_row(sampled + at * src_bytes, from, columns + i, n);
-                plan.convert(to + at * dst_bytes, sampled + at * src_bytes, n, plan.context);
+                if (plan.identity) {
+                    gather_row(to + at * dst_bytes, from, columns + i, n);
+                } else {
+                    gather_row(sampled + at * src_bytes, from, columns + i, n);
+                    plan.convert(to + at * dst_bytes, sampled + at * src_bytes, n, plan.context);
+                }
             }
         }
         gathered = r;

@@ -245,45 +245,100 @@ TEST(qBitBltTest, ScaledProductForAllPairs) {
 }
 
 // The over composite and the channel blend for every source alpha, destination alpha and colour
-// difference: pixel (row a, column da) of each pass carries three differences s - d.
+// difference: each pass carries three differences s - d per pixel. Laid out with a per row, every
+// group of adjacent pixels shares its source alpha (the kernels' uniform groups); transposed, each
+// group mixes source alphas, 0 and 255 among them, with one destination alpha.
 TEST(qBitBltTest, OverAndBlendForEveryAlphaPairAndDifference) {
     qref::for_each_kernel_tier(
         [&](int tier) {
             SCOPED_TRACE(testing::Message() << "kernel tier " << tier);
             Surface src(PT_BGRA32, 256, 256), over(PT_BGRA32, 256, 256), blend(PT_BGRA32, 256, 256);
-            for (int first = -255; first <= 255; first += 3) {
-                for (int a = 0; a < 256; ++a) {
-                    for (int da = 0; da < 256; ++da) {
-                        for (int c = 0; c < 3; ++c) {
-                            const int x = first + c > 255 ? 0 : first + c;
-                            const int d = x < 0 ? -x : 0;
-                            src.at(a, da)[c] = static_cast<unsigned char>(d + x);
-                            over.at(a, da)[c] = blend.at(a, da)[c] = static_cast<unsigned char>(d);
+            for (const bool transposed : {false, true}) {
+                SCOPED_TRACE(transposed ? "source alpha per column" : "source alpha per row");
+                // Byte offset of the pixel for (a, da).
+                const auto offset = [transposed](int a, int da) {
+                    const int row = transposed ? da : a, col = transposed ? a : da;
+                    return static_cast<size_t>(row) * 1024 + static_cast<size_t>(col) * 4;
+                };
+                for (int first = -255; first <= 255; first += 3) {
+                    for (int a = 0; a < 256; ++a) {
+                        for (int da = 0; da < 256; ++da) {
+                            const size_t at = offset(a, da);
+                            for (int c = 0; c < 3; ++c) {
+                                const int x = first + c > 255 ? 0 : first + c;
+                                const int d = x < 0 ? -x : 0;
+                                src.bytes[at + c] = static_cast<unsigned char>(d + x);
+                                over.bytes[at + c] = blend.bytes[at + c] =
+                                    static_cast<unsigned char>(d);
+                            }
+                            src.bytes[at + 3] = static_cast<unsigned char>(a);
+                            over.bytes[at + 3] = blend.bytes[at + 3] =
+                                static_cast<unsigned char>(da);
                         }
-                        src.at(a, da)[3] = static_cast<unsigned char>(a);
-                        over.at(a, da)[3] = blend.at(a, da)[3] = static_cast<unsigned char>(da);
+                    }
+                    const std::vector<unsigned char> before = over.bytes;
+                    const qRect all(0, 0, 256, 256);
+                    ASSERT_EQ(over.view.BitBlt(all, &src.view, qPoint(), BLT_OVER, 255, nullptr),
+                              0);
+                    ASSERT_EQ(blend.view.BitBlt(all, &src.view, qPoint(), BLT_BLEND, 255, nullptr),
+                              0);
+                    for (int a = 0; a < 256; ++a) {
+                        for (int da = 0; da < 256; ++da) {
+                            const size_t at = offset(a, da);
+                            const int na = da + (((255 - da) * a + 127) * 257 >> 16);
+                            for (int c = 0; c < 3; ++c) {
+                                const int s_c = src.bytes[at + c], d = before[at + c];
+                                const int want_over = a == 0 ? d : d + (s_c - d) * a / na;
+                                const int want_blend = d + ((((s_c - d) * a + 127) * 257) >> 16);
+                                ASSERT_EQ(over.bytes[at + c], want_over)
+                                    << "a " << a << " da " << da << " s " << s_c << " d " << d;
+                                ASSERT_EQ(blend.bytes[at + c], want_blend)
+                                    << "a " << a << " s " << s_c << " d " << d;
+                            }
+                            ASSERT_EQ(over.bytes[at + 3], a == 0 ? da : na);
+                            ASSERT_EQ(blend.bytes[at + 3], a);
+                        }
                     }
                 }
-                const std::vector<unsigned char> before = over.bytes;
-                const qRect all(0, 0, 256, 256);
-                ASSERT_EQ(over.view.BitBlt(all, &src.view, qPoint(), BLT_OVER, 255, nullptr), 0);
-                ASSERT_EQ(blend.view.BitBlt(all, &src.view, qPoint(), BLT_BLEND, 255, nullptr), 0);
-                for (int a = 0; a < 256; ++a) {
-                    for (int da = 0; da < 256; ++da) {
-                        const size_t at =
-                            static_cast<size_t>(a) * 1024 + static_cast<size_t>(da) * 4;
-                        const int na = da + (((255 - da) * a + 127) * 257 >> 16);
+            }
+        },
+        1);
+}
+
+// At a constant opacity the over composite uses the scaled alpha, never the stored one: every
+// source alpha (column) at every opacity (row), onto destination alphas that include 0 (where
+// the composite is the source colour with the scaled alpha) and 255.
+TEST(qBitBltTest, OverAtEveryOpacityUsesTheScaledAlpha) {
+    qref::for_each_kernel_tier(
+        [&](int tier) {
+            SCOPED_TRACE(testing::Message() << "kernel tier " << tier);
+            std::mt19937 rng(7);
+            Surface src(PT_BGRA32, 256, 1), dst(PT_BGRA32, 256, 1);
+            for (int da : {0, 1, 77, 200, 254, 255}) {
+                for (int k = 0; k < 256; ++k) {
+                    for (int sa = 0; sa < 256; ++sa) {
+                        for (int c = 0; c < 3; ++c) {
+                            src.at(0, sa)[c] = static_cast<unsigned char>(rng());
+                            dst.at(0, sa)[c] = static_cast<unsigned char>(rng());
+                        }
+                        src.at(0, sa)[3] = static_cast<unsigned char>(sa);
+                        dst.at(0, sa)[3] = static_cast<unsigned char>(da);
+                    }
+                    const std::vector<unsigned char> before = dst.bytes;
+                    ASSERT_EQ(dst.view.BitBlt(qRect(0, 0, 256, 1), &src.view, qPoint(), BLT_OVER,
+                                              static_cast<unsigned char>(k), nullptr),
+                              0);
+                    for (int sa = 0; sa < 256; ++sa) {
+                        const size_t at = static_cast<size_t>(sa) * 4;
+                        const int a = ((sa * k + 127) * 257) >> 16;
+                        const int na = a == 0 ? da : da + (((255 - da) * a + 127) * 257 >> 16);
                         for (int c = 0; c < 3; ++c) {
                             const int s_c = src.bytes[at + c], d = before[at + c];
-                            const int want_over = a == 0 ? d : d + (s_c - d) * a / na;
-                            const int want_blend = d + ((((s_c - d) * a + 127) * 257) >> 16);
-                            ASSERT_EQ(over.bytes[at + c], want_over)
-                                << "a " << a << " da " << da << " s " << s_c << " d " << d;
-                            ASSERT_EQ(blend.bytes[at + c], want_blend)
-                                << "a " << a << " s " << s_c << " d " << d;
+                            ASSERT_EQ(dst.bytes[at + c], a == 0 ? d : d + (s_c - d) * a / na)
+                                << "da " << da << " k " << k << " sa " << sa;
                         }
-                        ASSERT_EQ(over.bytes[at + 3], a == 0 ? da : na);
-                        ASSERT_EQ(blend.bytes[at + 3], a);
+                        ASSERT_EQ(dst.bytes[at + 3], na)
+                            << "da " << da << " k " << k << " sa " << sa;
                     }
                 }
             }
