@@ -29,8 +29,7 @@ bool read_png(const std::string& path, PngPicture& picture, std::string& error) 
         return fail(error, image, "not a readable PNG");
     }
     if (image.width == 0 || image.height == 0 || image.width > kMaxSide ||
-        image.height > kMaxSide ||
-        size_t{image.width} * image.height * 4 > kMaxBytes) {
+        image.height > kMaxSide || size_t{image.width} * image.height * 4 > kMaxBytes) {
         png_image_free(&image);
         error = "picture too large";
         return false;
@@ -62,8 +61,8 @@ bool write_png_bgra(const std::string& path, const unsigned char* pixels, int wi
     return true;
 }
 
-bool write_png_indexed(const std::string& path, const unsigned char* indices, int width,
-                       int height, int stride, const qIColormap& palette, std::string& error) {
+bool write_png_indexed(const std::string& path, const unsigned char* indices, int width, int height,
+                       int stride, const qIColormap& palette, std::string& error) {
     const int colors = palette.num_colors();
     if (!indices || width <= 0 || height <= 0 || colors < 1 || colors > 256) {
         error = "nothing to write";

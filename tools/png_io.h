@@ -1,4 +1,5 @@
-// png_io.h: PNG files for the command-line program and the examples (through libpng's simplified interface).
+// png_io.h: PNG files for the command-line program and the examples (through libpng's simplified
+// interface).
 //
 // The library itself writes no files; these helpers sit beside it. Pixels cross this interface
 // in qimg's own layouts: PT_BGRA32 for true colour, PT_INDEX8 plus a palette for indexed PNGs.

@@ -6,7 +6,9 @@ namespace {
 constexpr int kMaxEntries = 256;
 }
 
-qColormap::~qColormap() { clear(); }
+qColormap::~qColormap() {
+    clear();
+}
 
 void qColormap::clear() {
     delete[] entries_;

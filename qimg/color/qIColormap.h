@@ -43,6 +43,5 @@ public:
     virtual int map_color(unsigned char red, unsigned char green, unsigned char blue,
                           unsigned char alpha) const = 0;
     // Index of the entry nearest to the colour, 0 .. num_colors() - 1; negative on failure.
-    virtual int nearest_index(unsigned char red, unsigned char green,
-                              unsigned char blue) const = 0;
+    virtual int nearest_index(unsigned char red, unsigned char green, unsigned char blue) const = 0;
 };

@@ -11,8 +11,12 @@
 
 #include "qimg/core/qPixel.h"
 
-constexpr int64_t q_min(int64_t a, int64_t b) { return a < b ? a : b; }
-constexpr int64_t q_max(int64_t a, int64_t b) { return a > b ? a : b; }
+constexpr int64_t q_min(int64_t a, int64_t b) {
+    return a < b ? a : b;
+}
+constexpr int64_t q_max(int64_t a, int64_t b) {
+    return a > b ? a : b;
+}
 
 // Clamps a 64-bit value into the int range.
 constexpr int q_saturate(int64_t v) {

@@ -66,8 +66,7 @@ public:
                                 unsigned char min_alpha, qIMonitor* monitor) = 0;
     // Maps the image to a copy of `colormap` (the caller keeps its map).
     virtual int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
-                                float color_strength, float alpha_strength,
-                                qIMonitor* monitor) = 0;
+                                float color_strength, float alpha_strength, qIMonitor* monitor) = 0;
     // 0, or -100 where the frame keeps no screen size of its own.
     virtual int set_screen_size(qSize size) = 0;
     // Position of the frame's image on the logical screen; 0 (-5 from an animation without a

@@ -5,7 +5,9 @@
 #include "qimg/core/qIndexColor.h"
 
 qIComponent::~qIComponent() = default;
-int qIComponent::pixel_index(qPoint) const { return -1; }
+int qIComponent::pixel_index(qPoint) const {
+    return -1;
+}
 qILeaf::~qILeaf() = default;
 qIFrame::~qIFrame() = default;
 qIAnimation::~qIAnimation() = default;

@@ -5,13 +5,17 @@
 
 int bits_per_pixel(qPixelType type) {
     switch (type) {
-        case PT_BGRA32: return 32;
-        case PT_BGR24: return 24;
+        case PT_BGRA32:
+            return 32;
+        case PT_BGR24:
+            return 24;
         case PT_GRAY_ALPHA16:
-        case PT_INDEX16: return 16;
+        case PT_INDEX16:
+            return 16;
         case PT_GRAY8:
         case PT_ALPHA8:
-        case PT_INDEX8: return 8;
+        case PT_INDEX8:
+            return 8;
     }
     return 0;
 }

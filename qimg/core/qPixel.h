@@ -25,13 +25,13 @@ static_assert(sizeof(qPixRA) == 4, "qPixRA is exactly one 32-bit pixel");
 // How one pixel is stored. Any other value (0 included) has no storage size: buffers of it are
 // refused (-6).
 enum qPixelType : int {
-    PT_BGRA32 = 1,         // 32 bits: blue, green, red, alpha
-    PT_BGR24 = 2,          // 24 bits: blue, green, red; opaque
-    PT_GRAY_ALPHA16 = 3,   // 16 bits: grey level, alpha
-    PT_GRAY8 = 4,          // 8 bits: grey level; opaque
-    PT_ALPHA8 = 7,         // 8 bits: alpha only
-    PT_INDEX8 = 11,        // 8 bits: index into the image's colour map
-    PT_INDEX16 = 21,       // 16 bits: index, then a byte the library never reads
+    PT_BGRA32 = 1,        // 32 bits: blue, green, red, alpha
+    PT_BGR24 = 2,         // 24 bits: blue, green, red; opaque
+    PT_GRAY_ALPHA16 = 3,  // 16 bits: grey level, alpha
+    PT_GRAY8 = 4,         // 8 bits: grey level; opaque
+    PT_ALPHA8 = 7,        // 8 bits: alpha only
+    PT_INDEX8 = 11,       // 8 bits: index into the image's colour map
+    PT_INDEX16 = 21,      // 16 bits: index, then a byte the library never reads
 };
 
 // Bits of one pixel of `type`: 32, 24, 16 or 8; 0 for a value that is not a pixel type.

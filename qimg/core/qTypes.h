@@ -6,9 +6,9 @@
 
 // What kind of transparency an image or colour map has.
 enum qAlphaType : int {
-    AT_NONE = 0,         // not worked out, no image, or a pixel type without an answer
-    AT_OPAQUE = 1,       // every alpha is 255, or the pixels have no alpha
-    AT_BILEVEL = 2,      // alphas are 0 or 255 with at least one 0; any image with a transparent index
+    AT_NONE = 0,     // not worked out, no image, or a pixel type without an answer
+    AT_OPAQUE = 1,   // every alpha is 255, or the pixels have no alpha
+    AT_BILEVEL = 2,  // alphas are 0 or 255 with at least one 0; any image with a transparent index
     AT_TRANSLUCENT = 3,  // at least one alpha between 1 and 254
 };
 

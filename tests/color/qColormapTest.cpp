@@ -1,9 +1,8 @@
-#include "qimg/color/qColormap.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
 
+#include "qimg/color/qColormap.h"
 #include "qimg/color/qSafeColormap.h"
 
 namespace {
@@ -28,13 +27,13 @@ struct AlphaCase {
 
 TEST(qColormapTest, TransparencyQueriesTable) {
     const AlphaCase cases[] = {
-        {            {255, 255},         AT_OPAQUE, -1},
-        {        {255, 0, 255},        AT_BILEVEL,  1},
-        {   {255, 0, 255, 128},    AT_TRANSLUCENT,  1},
-        {             {128, 0},    AT_TRANSLUCENT,  1},
-        {                  {0},        AT_BILEVEL,  0},
-        {       {1, 255, 255},    AT_TRANSLUCENT, -1},
-        {     {255, 254, 0, 0},    AT_TRANSLUCENT,  2},
+        {        {255, 255},      AT_OPAQUE, -1},
+        {     {255, 0, 255},     AT_BILEVEL,  1},
+        {{255, 0, 255, 128}, AT_TRANSLUCENT,  1},
+        {          {128, 0}, AT_TRANSLUCENT,  1},
+        {               {0},     AT_BILEVEL,  0},
+        {     {1, 255, 255}, AT_TRANSLUCENT, -1},
+        {  {255, 254, 0, 0}, AT_TRANSLUCENT,  2},
     };
     for (const AlphaCase& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.alphas));

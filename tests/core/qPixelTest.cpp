@@ -1,11 +1,10 @@
-#include "qimg/core/qPixel.h"
-
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <cstring>
 
 #include "qimg/core/qCheckedMathPriv.h"
+#include "qimg/core/qPixel.h"
 
 namespace {
 

@@ -1,11 +1,10 @@
-#include "qimg/gif/qFileR.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "qimg/gif/qFileR.h"
 #include "qimg/gif/qMemoryR.h"
 
 namespace {

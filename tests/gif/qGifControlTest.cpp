@@ -1,9 +1,8 @@
-#include "qimg/gif/qGifControl.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
 
+#include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qMemoryR.h"
 
 namespace {

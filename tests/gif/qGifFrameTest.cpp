@@ -1,5 +1,3 @@
-#include "qimg/gif/qGifFrame.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -7,6 +5,7 @@
 #include "GifTestKit.h"
 #include "qimg/color/qColormap.h"
 #include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/image/qIndexImage.h"
 #include "qimg/raster/qImageEdit.h"

@@ -1,5 +1,3 @@
-#include "qimg/gif/qLzwDecoder.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -10,6 +8,7 @@
 
 #include "GifTestKit.h"
 #include "qimg/core/qAllocationHookPriv.h"
+#include "qimg/gif/qLzwDecoder.h"
 
 namespace {
 

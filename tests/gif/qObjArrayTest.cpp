@@ -1,11 +1,10 @@
-#include "qimg/gif/qObjArray.h"
-
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <vector>
 
 #include "qimg/core/qAllocationHookPriv.h"
+#include "qimg/gif/qObjArray.h"
 
 namespace {
 
