@@ -15,7 +15,7 @@ qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst);
 #ifdef QIMG_ALLOCATION_HOOK
 // Test builds only (they carry the allocation hook too): caps the kernels chosen on this thread
 // so one processor can check every tier against the reference. 0 portable scalar kernels,
-// 1 the x86-64 baseline (SSE2), 2 or more the best the processor runs (the default).
+// 1 the x86-64 baseline (SSE2), 2 AVX2, 3 or more the best the processor runs (the default).
 QIMG_API void qimg_limit_kernels(int level);
 int q_kernel_limit();
 #endif

@@ -520,19 +520,19 @@ inline void random_placement(std::mt19937& rng, const Image& src, const Image& d
 namespace qref {
 
 // Runs `body(level)` with the library limited to each tier of row kernels in turn (portable,
-// x86-64 baseline, best available), so one processor checks them all; builds without the test
+// x86-64 baseline, AVX2, AVX-512), so one processor checks them all; builds without the test
 // hooks run only the kernels the processor picks.
 template <class Body>
 void for_each_kernel_tier(Body body, int lowest = 0) {
 #ifdef QIMG_ALLOCATION_HOOK
-    for (int level = lowest; level <= 2; ++level) {
+    for (int level = lowest; level <= 3; ++level) {
         qimg_limit_kernels(level);
         body(level);
     }
-    qimg_limit_kernels(2);
+    qimg_limit_kernels(3);
 #else
     (void)lowest;
-    body(2);
+    body(3);
 #endif
 }
 
