@@ -52,7 +52,9 @@ qRowConverter q_fast_row_converter(qPixelOp, qTypeSlot, qTypeSlot) {
 #pragma GCC diagnostic ignored "-Wpsabi"
 // g++ 12's AVX-512 intrinsics start some results from a deliberately undefined vector, which
 // its own flow analysis then reports as maybe uninitialized.
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 
 #define QIMG_INLINE inline __attribute__((always_inline))
 #define QIMG_AVX2 __attribute__((target("avx2")))
