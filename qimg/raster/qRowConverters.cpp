@@ -100,8 +100,8 @@ qRowConverter q_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst) {
 void q_row_block_copy(unsigned char* dst, const unsigned char* src, int count,
                       const qRowContext& ctx) {
     const size_t bytes = static_cast<size_t>(count) * static_cast<size_t>(ctx.block_bits) / 8;
-    // memmove: source and destination may be rows of one buffer.
-    if (bytes) std::memmove(dst, src, bytes);
+    // Moved as memmove moves: source and destination may be rows of one buffer.
+    q_copy_bytes(dst, src, bytes);
 }
 
 void q_row_index16_to_index8(unsigned char* dst, const unsigned char* src, int count,

@@ -12,6 +12,10 @@
 // The fast kernel for a table cell, or null when there is none for this processor.
 qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst);
 
+// memmove of `bytes` bytes, with vector moves (and streaming stores for large blocks) where the
+// processor has them; overlapping ranges are moved as memmove moves them.
+void q_copy_bytes(unsigned char* dst, const unsigned char* src, size_t bytes);
+
 #ifdef QIMG_ALLOCATION_HOOK
 // Test builds only (they carry the allocation hook too): caps the kernels chosen on this thread
 // so one processor can check every tier against the reference. 0 portable scalar kernels,

@@ -12,6 +12,7 @@
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/raster/qImageEdit.h"
+#include "qimg/raster/qRowKernelsPriv.h"
 #include "qimg/raster/qTransferPlanPriv.h"
 #include "qimg/scale/qScaledClipPriv.h"
 
@@ -142,7 +143,7 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
         unsigned char* to = pixel_address(static_cast<int>(area.y) + j, static_cast<int>(area.x));
         if (r == gathered) {
             if (plan.identity) {
-                std::memcpy(to, previous, row_bytes);
+                q_copy_bytes(to, previous, row_bytes);
             } else {
                 plan.convert(to, sampled, count, plan.context);
             }

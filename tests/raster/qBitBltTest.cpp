@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <random>
 #include <string>
@@ -462,6 +463,69 @@ TEST(qBitBltTest, HugeExpansionTo32Bits) {
         const unsigned char* s = src.data() + 3 * p;
         ASSERT_TRUE(d[0] == s[0] && d[1] == s[1] && d[2] == s[2] && d[3] == 255) << "pixel " << p;
     }
+}
+
+// Same-type copies move blocks of bytes: short rows, rows of vector blocks with tails, whole
+// images past the streaming threshold (8 MiB), at unaligned addresses, on every kernel tier.
+TEST(qBitBltTest, SameTypeCopyMovesEveryByte) {
+    struct Case {
+        qPixelType type;
+        int width, height, dst_col;
+    };
+    const Case cases[] = {
+        {PT_BGRA32,    3,    5, 1},
+        {PT_BGRA32,   97,    9, 3},
+        { PT_BGR24,  171,    4, 1},
+        {PT_BGRA32, 1500, 1500, 0},
+        { PT_BGR24, 1777, 1601, 0},
+        {PT_BGRA32,   64,    3, 0}
+    };
+    qref::for_each_kernel_tier([&](int tier) {
+        for (const Case& c : cases) {
+            SCOPED_TRACE(testing::Message()
+                         << "tier " << tier << ", " << c.width << "x" << c.height);
+            const int bytes = qref::pixel_bytes(c.type);
+            const size_t src_stride = static_cast<size_t>(c.width) * bytes;
+            const size_t dst_stride = src_stride + static_cast<size_t>(c.dst_col) * bytes;
+            Bytes src(src_stride * c.height + 1), dst(dst_stride * c.height + 1, 7);
+            for (size_t i = 0; i < src.size(); ++i)
+                src[i] = static_cast<unsigned char>(i * 13 + i / 7);
+            qImageEdit from, to;
+            // One byte in: neither buffer starts on a vector boundary.
+            from.Bind(src.data() + 1, qSize(c.width, c.height), static_cast<int>(src_stride),
+                      c.type);
+            to.Bind(dst.data() + 1, qSize(c.width + c.dst_col, c.height),
+                    static_cast<int>(dst_stride), c.type);
+            ASSERT_EQ(to.BitBlt(qRect(c.dst_col, 0, c.width, c.height), &from, qPoint(), BLT_COPY,
+                                255, nullptr),
+                      0);
+            for (int r = 0; r < c.height; ++r) {
+                const unsigned char* d = dst.data() + 1 + r * dst_stride;
+                ASSERT_TRUE(
+                    std::equal(d, d + c.dst_col * bytes, Bytes(c.dst_col * bytes, 7).begin()));
+                ASSERT_TRUE(std::equal(d + c.dst_col * bytes, d + dst_stride,
+                                       src.data() + 1 + r * src_stride))
+                    << "row " << r;
+            }
+            ASSERT_EQ(dst[0], 7);
+        }
+    });
+}
+
+// Views over one buffer whose areas overlap: a copy without a monitor is one block move, and it
+// moves the way memmove does, so the source rows arrive unchanged.
+TEST(qBitBltTest, OverlappingCopyInOneBufferKeepsTheSource) {
+    const int w = 300, h = 40;
+    Bytes buffer(static_cast<size_t>(w) * 4 * (h + 3));
+    for (size_t i = 0; i < buffer.size(); ++i)
+        buffer[i] = static_cast<unsigned char>(i * 5 + i / 11);
+    const Bytes before = buffer;
+    qImageEdit upper, lower;
+    upper.Bind(buffer.data(), qSize(w, h), w * 4, PT_BGRA32);
+    lower.Bind(buffer.data() + 3 * w * 4, qSize(w, h), w * 4, PT_BGRA32);
+    ASSERT_EQ(lower.BitBlt(qRect(0, 0, w, h), &upper, qPoint(), BLT_COPY, 255, nullptr), 0);
+    EXPECT_TRUE(std::equal(before.begin(), before.begin() + static_cast<ptrdiff_t>(w) * 4 * h,
+                           buffer.begin() + 3 * w * 4));
 }
 
 TEST(qBitBltTest, MonitorStopsAfterTheRowItWasToldAbout) {
