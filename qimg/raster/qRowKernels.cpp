@@ -47,6 +47,10 @@ void q_copy_bytes(unsigned char* dst, const unsigned char* src, size_t bytes) {
     if (bytes) std::memmove(dst, src, bytes);
 }
 
+bool q_stream_fill32(unsigned char*, size_t, uint32_t) {
+    return false;
+}
+
 #else
 
 #include <immintrin.h>
@@ -514,6 +518,22 @@ QIMG_AVX2 void copy_bytes_avx2(unsigned char* dst, const unsigned char* src, siz
     std::memcpy(dst + i, src + i, bytes - i);
 }
 
+// Whole pixels up to a 32-byte boundary, then 128-byte blocks of streaming stores.
+QIMG_AVX2 void stream_fill32_avx2(unsigned char* row, size_t pixels, uint32_t word) {
+    size_t i = 0;
+    for (; i < pixels && reinterpret_cast<uintptr_t>(row + 4 * i) % 32 != 0; ++i) {
+        std::memcpy(row + 4 * i, &word, 4);
+    }
+    const __m256i v = _mm256_set1_epi32(static_cast<int>(word));
+    for (; i + 32 <= pixels; i += 32) {
+        for (int j = 0; j < 4; ++j) {
+            _mm256_stream_si256(reinterpret_cast<__m256i*>(row + 4 * i + 32 * j), v);
+        }
+    }
+    _mm_sfence();
+    for (; i < pixels; ++i) std::memcpy(row + 4 * i, &word, 4);
+}
+
 // Same layout on both sides: the pixels are the bytes.
 template <int Bytes>
 void copy_same(unsigned char* dst, const unsigned char* src, int count, const qRowContext&) {
@@ -569,6 +589,12 @@ void q_copy_bytes(unsigned char* dst, const unsigned char* src, size_t bytes) {
     } else if (bytes) {
         std::memmove(dst, src, bytes);
     }
+}
+
+bool q_stream_fill32(unsigned char* row, size_t pixels, uint32_t word) {
+    if (usable_tier() < 2 || reinterpret_cast<uintptr_t>(row) % 4 != 0) return false;
+    stream_fill32_avx2(row, pixels, word);
+    return true;
 }
 
 qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst) {

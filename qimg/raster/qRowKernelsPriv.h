@@ -6,6 +6,9 @@
 // kernels at all.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 #include "qimg/core/qExport.h"
 #include "qimg/raster/qRowConvertersPriv.h"
 
@@ -15,6 +18,11 @@ qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst);
 // memmove of `bytes` bytes, with vector moves (and streaming stores for large blocks) where the
 // processor has them; overlapping ranges are moved as memmove moves them.
 void q_copy_bytes(unsigned char* dst, const unsigned char* src, size_t bytes);
+
+// Stores `pixels` copies of the 32-bit `word` from `row` on with streaming stores, for fills far
+// larger than the caches. False, with nothing written, where this build or processor has none
+// (or the row is not word-aligned).
+bool q_stream_fill32(unsigned char* row, size_t pixels, uint32_t word);
 
 #ifdef QIMG_ALLOCATION_HOOK
 // Test builds only (they carry the allocation hook too): caps the kernels chosen on this thread

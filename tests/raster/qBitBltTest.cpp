@@ -634,6 +634,28 @@ TEST(qFillRectTest, PaintsTheClippedAreaOnly) {
     }
 }
 
+// A whole-image fill past 16 MiB is stored around the caches: every pixel, at addresses that are
+// word-aligned but not on a vector boundary (and one that is not even word-aligned), every tier.
+TEST(qFillRectTest, HugeFillPaintsEveryPixel) {
+    const int w = 2051, h = 2049;
+    const size_t bytes = static_cast<size_t>(w) * h * 4;
+    const unsigned char colour[4] = {1, 2, 3, 4};
+    Bytes memory(bytes + 8, 0xEE);
+    qref::for_each_kernel_tier([&](int tier) {
+        for (size_t start : {size_t{4}, size_t{1}}) {
+            SCOPED_TRACE(testing::Message() << "tier " << tier << ", start " << start);
+            std::fill(memory.begin(), memory.end(), 0xEE);
+            qImageEdit view;
+            view.Bind(memory.data() + start, qSize(w, h), w * 4, PT_BGRA32);
+            ASSERT_EQ(view.FillRect(qRect(0, 0, w, h), PT_BGRA32, colour, nullptr), 0);
+            for (size_t i = 0; i < memory.size(); ++i) {
+                const bool inside = i >= start && i < start + bytes;
+                ASSERT_EQ(memory[i], inside ? colour[(i - start) % 4] : 0xEE) << "byte " << i;
+            }
+        }
+    });
+}
+
 TEST(qFillRectTest, StatusCodes) {
     std::vector<unsigned char> memory(400);
     const unsigned char colour[4] = {1, 2, 3, 4};
