@@ -575,7 +575,8 @@ int processor_tier() {
 int usable_tier() {
     const int tier = processor_tier();
 #ifdef QIMG_ALLOCATION_HOOK
-    return tier < q_kernel_limit() ? tier : q_kernel_limit() < 0 ? 0 : q_kernel_limit();
+    const int limit = q_kernel_limit() < 0 ? 0 : q_kernel_limit();
+    return tier < limit ? tier : limit;
 #else
     return tier;
 #endif
