@@ -51,6 +51,10 @@ bool q_stream_fill32(unsigned char*, size_t, uint32_t) {
     return false;
 }
 
+qGather32 q_fast_gather32() {
+    return nullptr;
+}
+
 #else
 
 #include <immintrin.h>
@@ -366,6 +370,41 @@ QIMG_AVX512 void over_8888_avx512(unsigned char* dst, const unsigned char* src, 
     over_row<4, kOpacity>(dst + 4 * i, src + 4 * i, count - i, ctx.opacity);
 }
 
+// Sampled 32-bit pixels, 16 at a time. The columns rise with the output position, so at scale
+// factors of about 0.5 and up the 16 samples lie within 32 consecutive source pixels: one or
+// two loads of the row and a lane permute give them, where a gather would load each pixel.
+// Loads are masked at the row's end, and wider spans take the gather instruction.
+QIMG_AVX512 void gather32_avx512(unsigned char* out, const unsigned char* row, const int* columns,
+                                 int count, int row_pixels) {
+    int i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m512i index = _mm512_loadu_si512(columns + i);
+        const int first = columns[i];
+        const int span = columns[i + 15] - first;
+        __m512i pixels;
+        if (span < 32) {
+            const __m512i offsets = _mm512_sub_epi32(index, _mm512_set1_epi32(first));
+            const int left = row_pixels - first;  // at least 1: `first` lies in the row
+            const unsigned char* at = row + 4 * static_cast<size_t>(first);
+            const __m512i low = _mm512_maskz_loadu_epi32(
+                left >= 16 ? 0xffff : static_cast<__mmask16>((1u << left) - 1), at);
+            if (span < 16) {
+                pixels = _mm512_permutexvar_epi32(offsets, low);
+            } else {
+                // span < 32 and every column lies in the row, so left > 16 here.
+                const int rest = left - 16;
+                const __m512i high = _mm512_maskz_loadu_epi32(
+                    rest >= 16 ? 0xffff : static_cast<__mmask16>((1u << rest) - 1), at + 64);
+                pixels = _mm512_permutex2var_epi32(low, offsets, high);
+            }
+        } else {
+            pixels = _mm512_i32gather_epi32(index, row, 4);
+        }
+        _mm512_storeu_si512(out + 4 * i, pixels);
+    }
+    for (; i < count; ++i) std::memcpy(out + 4 * i, row + 4 * static_cast<size_t>(columns[i]), 4);
+}
+
 template <bool kOpacity>
 QIMG_AVX2 void blend_8888_avx2(unsigned char* dst, const unsigned char* src, int count,
                                const qRowContext& ctx) {
@@ -596,6 +635,10 @@ bool q_stream_fill32(unsigned char* row, size_t pixels, uint32_t word) {
     if (usable_tier() < 2 || reinterpret_cast<uintptr_t>(row) % 4 != 0) return false;
     stream_fill32_avx2(row, pixels, word);
     return true;
+}
+
+qGather32 q_fast_gather32() {
+    return usable_tier() >= 3 ? gather32_avx512 : nullptr;
 }
 
 qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst) {

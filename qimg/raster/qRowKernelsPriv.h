@@ -24,6 +24,13 @@ void q_copy_bytes(unsigned char* dst, const unsigned char* src, size_t bytes);
 // (or the row is not word-aligned).
 bool q_stream_fill32(unsigned char* row, size_t pixels, uint32_t word);
 
+// out[i] = the 32-bit pixel at row + 4 * columns[i] for i < count, where the columns rise with i
+// and lie in 0 .. row_pixels - 1 (the nearest-neighbour samples of one source row).
+using qGather32 = void (*)(unsigned char* out, const unsigned char* row, const int* columns,
+                           int count, int row_pixels);
+// The vector gather for this processor, or null where the portable loop serves.
+qGather32 q_fast_gather32();
+
 #ifdef QIMG_ALLOCATION_HOOK
 // Test builds only (they carry the allocation hook too): caps the kernels chosen on this thread
 // so one processor can check every tier against the reference. 0 portable scalar kernels,

@@ -21,17 +21,19 @@ namespace {
 constexpr int kRun = 128;  // pixels gathered and converted at a time
 
 template <int Bytes>
-void gather(unsigned char* out, const unsigned char* row, const int* columns, int count) {
+void gather(unsigned char* out, const unsigned char* row, const int* columns, int count, int) {
     for (int i = 0; i < count; ++i) {
         std::memcpy(out + static_cast<size_t>(i) * Bytes,
                     row + static_cast<size_t>(columns[i]) * Bytes, Bytes);
     }
 }
 
-using Gather = void (*)(unsigned char*, const unsigned char*, const int*, int);
+// Gathers the samples of one source row: (out, row, columns, count, pixels in the row).
+using Gather = void (*)(unsigned char*, const unsigned char*, const int*, int, int);
 
 // Whole 32-bit pixels, four per step with two 64-bit stores.
-void gather4(unsigned char* out, const unsigned char* row, const int* columns, int count) {
+void gather4(unsigned char* out, const unsigned char* row, const int* columns, int count,
+             int row_pixels) {
     int i = 0;
     for (; i + 4 <= count; i += 4) {
         uint32_t p[4];
@@ -40,7 +42,7 @@ void gather4(unsigned char* out, const unsigned char* row, const int* columns, i
         const uint64_t pairs[2] = {p[0] | uint64_t{p[1]} << 32, p[2] | uint64_t{p[3]} << 32};
         std::memcpy(out + 4 * static_cast<size_t>(i), pairs, sizeof pairs);
     }
-    gather<4>(out + 4 * static_cast<size_t>(i), row, columns + i, count - i);
+    gather<4>(out + 4 * static_cast<size_t>(i), row, columns + i, count - i, row_pixels);
 }
 
 Gather gather_for(int bytes) {
@@ -51,8 +53,10 @@ Gather gather_for(int bytes) {
             return gather<2>;
         case 3:
             return gather<3>;
-        default:
-            return gather4;
+        default: {
+            const qGather32 fast = q_fast_gather32();
+            return fast ? fast : gather4;
+        }
     }
 }
 
@@ -156,9 +160,9 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
                 prefetch.run(from, columns, to, i + n, next_end);
                 const size_t at = static_cast<size_t>(i);
                 if (plan.identity) {
-                    gather_row(to + at * dst_bytes, from, columns + i, n);
+                    gather_row(to + at * dst_bytes, from, columns + i, n, sw);
                 } else {
-                    gather_row(sampled + at * src_bytes, from, columns + i, n);
+                    gather_row(sampled + at * src_bytes, from, columns + i, n, sw);
                     plan.convert(to + at * dst_bytes, sampled + at * src_bytes, n, plan.context);
                 }
             }

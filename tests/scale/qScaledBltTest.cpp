@@ -220,7 +220,7 @@ TEST(qScaledBltTest, WideRowsMatchTheReference) {
         [&](int tier) {
             SCOPED_TRACE(testing::Message() << "kernel tier " << tier);
             const qBltMode modes[] = {BLT_COPY, BLT_OVER, BLT_BLEND};
-            const float factors[] = {0.5f, 1.3f, 2.0f, 3.0f};
+            const float factors[] = {0.5f, 1.3f, 2.0f, 3.0f, 0.3f, 0.6f};
             std::mt19937 rng(21);
             for (qBltMode mode : modes) {
                 for (float f : factors) {
