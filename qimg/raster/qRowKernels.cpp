@@ -370,6 +370,45 @@ QIMG_AVX512 void over_8888_avx512(unsigned char* dst, const unsigned char* src, 
     over_row<4, kOpacity>(dst + 4 * i, src + 4 * i, count - i, ctx.opacity);
 }
 
+// The AVX2 form of the sampling below: 8 samples within 16 consecutive source pixels come from
+// one or two loads and lane permutes; near the row's end the loads are masked.
+QIMG_AVX2 QIMG_INLINE __m256i load_row_avx2(const unsigned char* at, int left) {
+    if (left >= 8) return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+    const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    return _mm256_maskload_epi32(reinterpret_cast<const int*>(at),
+                                 _mm256_cmpgt_epi32(_mm256_set1_epi32(left), lanes));
+}
+
+QIMG_AVX2 void gather32_avx2(unsigned char* out, const unsigned char* row, const int* columns,
+                             int count, int row_pixels) {
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const int first = columns[i];
+        const int span = columns[i + 7] - first;
+        if (span >= 16) {
+            for (int k = i; k < i + 8; ++k) {
+                std::memcpy(out + 4 * k, row + 4 * static_cast<size_t>(columns[k]), 4);
+            }
+            continue;
+        }
+        const __m256i offsets =
+            _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(columns + i)),
+                             _mm256_set1_epi32(first));
+        const int left = row_pixels - first;  // at least 1: `first` lies in the row
+        const unsigned char* at = row + 4 * static_cast<size_t>(first);
+        __m256i pixels = _mm256_permutevar8x32_epi32(load_row_avx2(at, left), offsets);
+        if (span >= 8) {
+            // Offsets 8..15 take the second load; the permute uses their low three bits.
+            const __m256i high =
+                _mm256_permutevar8x32_epi32(load_row_avx2(at + 32, left - 8), offsets);
+            pixels =
+                _mm256_blendv_epi8(pixels, high, _mm256_cmpgt_epi32(offsets, _mm256_set1_epi32(7)));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 4 * i), pixels);
+    }
+    for (; i < count; ++i) std::memcpy(out + 4 * i, row + 4 * static_cast<size_t>(columns[i]), 4);
+}
+
 // Sampled 32-bit pixels, 16 at a time. The columns rise with the output position, so at scale
 // factors of about 0.5 and up the 16 samples lie within 32 consecutive source pixels: one or
 // two loads of the row and a lane permute give them, where a gather would load each pixel.
@@ -638,7 +677,8 @@ bool q_stream_fill32(unsigned char* row, size_t pixels, uint32_t word) {
 }
 
 qGather32 q_fast_gather32() {
-    return usable_tier() >= 3 ? gather32_avx512 : nullptr;
+    const int tier = usable_tier();
+    return tier >= 3 ? gather32_avx512 : tier >= 2 ? gather32_avx2 : nullptr;
 }
 
 qRowConverter q_fast_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst) {
