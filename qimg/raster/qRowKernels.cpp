@@ -612,12 +612,6 @@ QIMG_AVX2 void stream_fill32_avx2(unsigned char* row, size_t pixels, uint32_t wo
     for (; i < pixels; ++i) std::memcpy(row + 4 * i, &word, 4);
 }
 
-// Same layout on both sides: the pixels are the bytes.
-template <int Bytes>
-void copy_same(unsigned char* dst, const unsigned char* src, int count, const qRowContext&) {
-    q_copy_bytes(dst, src, static_cast<size_t>(count) * Bytes);
-}
-
 struct FastLine {
     qPixelOp op;
     qTypeSlot src;
@@ -635,8 +629,6 @@ constexpr FastLine kFastLines[] = {
     {OP_BLEND_OPACITY, SLOT_BGRA32, SLOT_BGRA32, blend_8888_sse2<true>,  blend_8888_avx2<true>,  nullptr},
     {OP_COPY,          SLOT_BGR24,  SLOT_BGRA32, nullptr,                copy_888_8888_avx2,     nullptr},
     {OP_COPY,          SLOT_INDEX8, SLOT_BGRA32, copy_index8_8888,       copy_index8_8888,       nullptr},
-    {OP_COPY,          SLOT_BGRA32, SLOT_BGRA32, copy_same<4>,           copy_same<4>,           nullptr},
-    {OP_COPY,          SLOT_BGR24,  SLOT_BGR24,  copy_same<3>,           copy_same<3>,           nullptr},
 };
 // clang-format on
 
