@@ -27,6 +27,20 @@ bool read_exact(qIFileR* source, unsigned char* buffer, int n) {
     return source->read(buffer, n) == n;
 }
 
+// Reads data sub-blocks up to their terminator, handing each to `take(bytes, count)`, which
+// answers 0 to go on or a status to stop with. -3 when the source ends first.
+template <class Take>
+int read_sub_blocks(qIFileR* source, Take take) {
+    unsigned char block[kGifMaxSubBlockBytes];
+    for (;;) {
+        unsigned char n;
+        if (!read_byte(source, &n)) return -3;
+        if (n == 0) return 0;
+        if (!read_exact(source, block, n)) return -3;
+        if (const int rc = take(block, n); rc != 0) return rc;
+    }
+}
+
 }  // namespace
 
 int qGifAnimation::read(qIFileR* source, qIMonitor* monitor) {
@@ -100,13 +114,7 @@ int qGifAnimation::read_header(qIFileR* source) {
 }
 
 int qGifAnimation::skip_sub_blocks(qIFileR* source) {
-    unsigned char block[kGifMaxSubBlockBytes];
-    for (;;) {
-        unsigned char n;
-        if (!read_byte(source, &n)) return -3;
-        if (n == 0) return 0;
-        if (!read_exact(source, block, n)) return -3;
-    }
+    return read_sub_blocks(source, [](const unsigned char*, int) { return 0; });
 }
 
 int qGifAnimation::read_application(qIFileR* source) {
@@ -129,16 +137,12 @@ int qGifAnimation::read_application(qIFileR* source) {
 }
 
 int qGifAnimation::read_comment(qIFileR* source, qObjArray<char>* comment) {
-    unsigned char block[kGifMaxSubBlockBytes];
-    for (;;) {
-        unsigned char n;
-        if (!read_byte(source, &n)) return -3;
-        if (n == 0) return 0;
-        if (!read_exact(source, block, n)) return -3;
+    return read_sub_blocks(source, [comment](const unsigned char* block, int n) {
         for (int i = 0; i < n; ++i) {
             if (!comment->append(static_cast<char>(block[i]))) return -1;
         }
-    }
+        return 0;
+    });
 }
 
 int qGifAnimation::read_comment_block(qIFileR* source) {
