@@ -246,34 +246,21 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             }
         }
         unsigned char* to = out + count;
-        if (count + entry.length > limit) {
-            // Near the end of the output: grow it when the string does not fit, and write the
-            // string exactly when a 16-byte move would not fit.
-            if (count + entry.length > capacity) {
-                // Grows by (length + 4096) rounded down to a multiple of 4096.
-                out_count_ = count;
-                if (!grow(int64_t{count} + entry.length, (entry.length + 4096) & ~4095)) {
-                    status = -1;
-                    break;
-                }
-                out = out_;
-                capacity = out_capacity_;
-                limit = room_ - 16 < capacity ? room_ - 16 : capacity;
-                to = out + count;
+        // Near the end of the output: grow it when the string does not fit, and write the string
+        // exactly when a 16-byte move would not fit (limit <= capacity).
+        if (count + entry.length > capacity) {
+            // Grows by (length + 4096) rounded down to a multiple of 4096.
+            out_count_ = count;
+            if (!grow(int64_t{count} + entry.length, (entry.length + 4096) & ~4095)) {
+                status = -1;
+                break;
             }
-            if (count + entry.length > limit) {
-                write_string(to, prev, count);
-                count += entry.length;
-                prev = code;
-                if (code == clear) {
-                    width = initial_width_;
-                    mask = (1u << width) - 1;
-                    next = static_cast<int>(clear) + 2;
-                }
-                continue;
-            }
+            out = out_;
+            capacity = out_capacity_;
+            limit = room_ - 16 < capacity ? room_ - 16 : capacity;
+            to = out + count;
         }
-        if (count - entry.offset >= 16 && entry.length <= 16) {
+        if (count + entry.length <= limit && count - entry.offset >= 16 && entry.length <= 16) {
             std::memcpy(to, out + entry.offset, 16);
         } else {
             write_string(to, prev, count);
