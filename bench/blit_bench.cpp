@@ -13,6 +13,7 @@
 
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/raster/qImageEdit.h"
+#include "tests/common/ReadOnlyIndexImage.h"
 
 namespace {
 
@@ -109,7 +110,7 @@ void run_qimg(benchmark::State& state, const Operation& op) {
     const qImageAlias* from = &src.view;
     if (op.src_type == PT_INDEX8) {
         // A palette copy comes with a buffer binding; a tiny adapter provides one.
-        struct IndexBuffer : qIIndexImage {
+        struct IndexBuffer : qtest::ReadOnlyIndexImage {
             Buffer* b;
             const qIColormap* map;
             bool valid() const override { return true; }
@@ -119,10 +120,6 @@ void run_qimg(benchmark::State& state, const Operation& op) {
             qSize size() const override { return qSize(b->width, b->height); }
             qPixelType pixel_type() const override { return PT_INDEX8; }
             const qIColormap* colormap() const override { return map; }
-            void set_opaque_all() override {}
-            bool set_transparent(int) override { return false; }
-            bool set_ex_transparent(int) override { return false; }
-            bool set_color(int, qPixRA) override { return false; }
             int min_t_index() const override { return -1; }
         } adapter;
         adapter.b = &src;

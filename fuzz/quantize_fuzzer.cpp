@@ -23,6 +23,7 @@
 #include "qimg/core/qImageProxy.h"
 #include "qimg/gif/qGifColormap.h"
 #include "qimg/raster/qImageEdit.h"
+#include "tests/common/ReadOnlyIndexImage.h"
 
 namespace {
 
@@ -73,15 +74,11 @@ public:
     qPixelType pixel_type() const override { return PT_BGRA32; }
 };
 
-class IndexImage : public Image<qIIndexImage> {
+class IndexImage : public Image<qtest::ReadOnlyIndexImage> {
 public:
     IndexImage(int width, int height, const qIColormap* map) : Image(width, height, 1), map_(map) {}
     qPixelType pixel_type() const override { return PT_INDEX8; }
     const qIColormap* colormap() const override { return map_; }
-    void set_opaque_all() override {}
-    bool set_transparent(int) override { return false; }
-    bool set_ex_transparent(int) override { return false; }
-    bool set_color(int, qPixRA) override { return false; }
     int min_t_index() const override { return map_->min_t_index(); }
 
 private:

@@ -11,6 +11,7 @@
 #include "common/TestKit.h"
 #include "qimg/color/qIColormap.h"
 #include "qimg/core/qImageBuffer.h"
+#include "tests/common/ReadOnlyIndexImage.h"
 
 namespace qtest {
 
@@ -39,7 +40,7 @@ private:
     std::vector<qPixRA> pixels_;
 };
 
-class IndexImage : public qIIndexImage {
+class IndexImage : public qtest::ReadOnlyIndexImage {
 public:
     IndexImage(int width, int height, const qIColormap* map)
         : width_(width),
@@ -55,10 +56,6 @@ public:
     qSize size() const override { return qSize(width_, height_); }
     qPixelType pixel_type() const override { return PT_INDEX8; }
     const qIColormap* colormap() const override { return map_; }
-    void set_opaque_all() override {}
-    bool set_transparent(int) override { return false; }
-    bool set_ex_transparent(int) override { return false; }
-    bool set_color(int, qPixRA) override { return false; }
     int min_t_index() const override { return map_ ? map_->min_t_index() : -1; }
 
     unsigned char& at(int x, int y) { return pixels_[static_cast<size_t>(y) * width_ + x]; }

@@ -8,6 +8,7 @@
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/image/qIndexImage.h"
 #include "qimg/raster/qImageEdit.h"
+#include "tests/common/ReadOnlyIndexImage.h"
 
 namespace {
 
@@ -35,7 +36,7 @@ void make_image(qIndexImage& image, qSize size, const qColormap& map, int transp
 }
 
 // An index buffer from outside the library whose rows are separate, exactly sized allocations.
-class ForeignIndexImage : public qIIndexImage {
+class ForeignIndexImage : public qtest::ReadOnlyIndexImage {
 public:
     ForeignIndexImage(qSize size, qPixelType type, const qIColormap* map, int transparent)
         : size_(size), type_(type), map_(map), transparent_(transparent) {
@@ -56,10 +57,6 @@ public:
     qSize size() const override { return size_; }
     qPixelType pixel_type() const override { return type_; }
     const qIColormap* colormap() const override { return map_; }
-    void set_opaque_all() override {}
-    bool set_transparent(int) override { return false; }
-    bool set_ex_transparent(int) override { return false; }
-    bool set_color(int, qPixRA) override { return false; }
     int min_t_index() const override {
         return transparent_ >= 0 ? transparent_ : map_->min_t_index();
     }

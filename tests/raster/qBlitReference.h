@@ -17,6 +17,7 @@
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qTypes.h"
+#include "tests/common/ReadOnlyIndexImage.h"
 
 namespace qref {
 
@@ -87,7 +88,7 @@ private:
     Image& image_;
 };
 
-class IndexBuffer : public qIIndexImage {
+class IndexBuffer : public qtest::ReadOnlyIndexImage {
 public:
     explicit IndexBuffer(Image& image) : image_(image) {}
     bool valid() const override { return true; }
@@ -98,10 +99,6 @@ public:
     qSize size() const override { return qSize(image_.width(), image_.height()); }
     qPixelType pixel_type() const override { return image_.type(); }
     const qIColormap* colormap() const override { return image_.palette.get(); }
-    void set_opaque_all() override {}
-    bool set_transparent(int) override { return false; }
-    bool set_ex_transparent(int) override { return false; }
-    bool set_color(int, qPixRA) override { return false; }
     // No transparent index of its own: the palette copy keeps every entry's alpha.
     int min_t_index() const override { return -1; }
 

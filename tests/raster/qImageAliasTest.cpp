@@ -7,12 +7,13 @@
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
+#include "tests/common/ReadOnlyIndexImage.h"
 
 namespace {
 
 // An index buffer implemented outside the library, so the binding's capability query must work
 // across the library boundary. Rows are deliberately not contiguous.
-class FakeIndexImage : public qIIndexImage {
+class FakeIndexImage : public qtest::ReadOnlyIndexImage {
 public:
     FakeIndexImage(qSize size, const qIColormap* map, int transparent)
         : size_(size), map_(map), transparent_(transparent) {
@@ -27,10 +28,6 @@ public:
     qSize size() const override { return size_; }
     qPixelType pixel_type() const override { return PT_INDEX8; }
     const qIColormap* colormap() const override { return map_; }
-    void set_opaque_all() override {}
-    bool set_transparent(int) override { return false; }
-    bool set_ex_transparent(int) override { return false; }
-    bool set_color(int, qPixRA) override { return false; }
     int min_t_index() const override {
         return transparent_ >= 0 ? transparent_ : map_->min_t_index();
     }
