@@ -45,9 +45,8 @@ constexpr CubeShape kCubes[] = {
 
 // Writes from index `next`; returns the next free index.
 int fill_gray(qSafeColormap& map, int n, int next) {
-    const int d = n - 1;
-    for (int k = next; k <= d; ++k) map.set_color(k, grey((255 * k + d / 2) / d));
-    return next > d ? next : d + 1;
+    for (int k = next; k < n; ++k) map.set_color(k, grey(level_value(k, n)));
+    return next > n ? next : n;
 }
 
 int fill_cube(qSafeColormap& map, int n, int next) {
