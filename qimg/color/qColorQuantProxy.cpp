@@ -1,9 +1,11 @@
 #include "qimg/color/qColorQuantProxy.h"
 
 #include "qimg/color/qHeckbertQuantizer.h"
+#include "qimg/color/qQualityQuantizer.h"
 #include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qStatus.h"
 
 namespace {
 
@@ -82,9 +84,15 @@ void qColorQuantProxy::release() {
     fixed_ = nullptr;
 }
 
-int qColorQuantProxy::create_quantizer() {
+int qColorQuantProxy::create_quantizer(qCmapType kind) {
     release();
-    quantizer_ = q_new<qHeckbertQuantizer>();
+    if (kind == CM_QUALITY) {
+        quantizer_ = q_new<qQualityQuantizer>();
+    } else if (kind == CM_ADAPTIVE) {
+        quantizer_ = q_new<qHeckbertQuantizer>();
+    } else {
+        return ST_UNSUPPORTED;
+    }
     return quantizer_ ? 0 : -1;
 }
 

@@ -132,7 +132,9 @@ public:
                         float color_strength, float alpha_strength, qIMonitor* monitor);
     // With a generated palette of at most `num_colors` entries (at most 256), transparent white
     // last when `opaque` is false: CM_ADAPTIVE a median cut of the pixels whose alpha is at
-    // least `min_alpha`, CM_CUBE a colour cube, CM_GRAY a grey ramp.
+    // least `min_alpha` (CM_QUALITY: the least-error palette of them, mapped to the exact
+    // nearest colour and, when dithering, with diffusion that spares flat areas and edges),
+    // CM_CUBE a colour cube, CM_GRAY a grey ramp.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor);

@@ -96,7 +96,8 @@ public:
     // describes the image (drawing and min_t_index() go by the new palette's alpha-0 entry).
     //
     // Generated palette: CM_ADAPTIVE is a median cut of the image's pixels whose alpha is at
-    // least min_alpha (read through its colour map as stored), CM_CUBE a colour cube, CM_GRAY a
+    // least min_alpha (read through its colour map as stored; CM_QUALITY the least-error palette
+    // of them, mapped exactly), CM_CUBE a colour cube, CM_GRAY a
     // grey ramp, each of at most num_colors entries, the last one transparent white when
     // `opaque` is false (sizes above 256 are clamped to the palette's room); then the given-map
     // form with that palette. Given map: every pixel is mapped to a copy of `colormap` (the
@@ -105,7 +106,8 @@ public:
     // entry.
     // 0; 1 when the monitor stopped the mapping; -5 a frame without valid image, a null map or
     // one outside 1..256 entries (CM_GRAY with num_colors < 1 and `opaque` true makes an
-    // empty one); -6 a cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY;
+    // empty one); -6 a cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY,
+    // CM_QUALITY;
     // -10 a pixel without index (a transparent pixel and a map without alpha-0 entry); -1 no
     // memory. Whatever fails, image and local colour map stay as they were.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
@@ -141,6 +143,9 @@ public:
     int min_t_index() const override;
 
 private:
+    // The given-map form with the mapping of `palette_kind` (qIndexImage::map_from_image).
+    int reduce_to(const qIColormap* colormap, qCmapType palette_kind, qQuantizer quantizer,
+                  bool opaque, float color_strength, float alpha_strength, qIMonitor* monitor);
     int fail(int code);
     // Feeds the data sub-blocks to `decoder` and finishes it; 0, 1, -3 or -9.
     int decode_data(qIFileR* source, qLzwDecoder* decoder, qIMonitor* monitor);

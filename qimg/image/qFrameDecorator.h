@@ -66,7 +66,8 @@ public:
     // by a new qColorIndexImage with its own copy of the palette; offset and screen size stay.
     //
     // Generated palette: CM_ADAPTIVE is a median cut of the held image's pixels whose alpha is
-    // at least min_alpha, CM_CUBE a colour cube, CM_GRAY a grey ramp, each of at most
+    // at least min_alpha (CM_QUALITY the least-error palette of them, mapped exactly, see
+    // qIndexImage::map_from_image), CM_CUBE a colour cube, CM_GRAY a grey ramp, each of at most
     // num_colors entries, the last of them transparent white when `opaque` is false (sizes
     // above 256 are clamped to the palette's room); then the given-map form with that palette.
     // Given map: every pixel is mapped to `colormap`, nearest colour with QT_NEAREST, else with
@@ -75,7 +76,7 @@ public:
     // 0; 1 when the monitor stopped the mapping; -5 an empty or invalid decorator (both forms;
     // the generated form checks only after a bad cmap_type), a null map or one outside
     // 1..256 entries (CM_GRAY with num_colors < 1 and `opaque` true makes an empty one); -6 a
-    // cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY, or pixels other than PT_BGRA32 and
+    // cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY, CM_QUALITY, or pixels other than PT_BGRA32 and
     // PT_INDEX8; -10 a pixel without index (alpha 0 and no transparent entry); -100 a held
     // component that is neither a frame nor a pixel buffer; -1 no memory. Whatever fails, the held
     // leaf stays as it was.
@@ -105,6 +106,9 @@ public:
     int min_t_index() const override;
 
 private:
+    // The given-map form with the mapping of `palette_kind` (qIndexImage::map_from_image).
+    int reduce_to(const qIColormap* colormap, qCmapType palette_kind, qQuantizer quantizer,
+                  bool opaque, float color_strength, float alpha_strength, qIMonitor* monitor);
     // Destroys the held component; screen size and offset back to (0, 0).
     void clear();
     // The held component's palette side, null when it has none.

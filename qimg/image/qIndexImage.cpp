@@ -1,6 +1,7 @@
 #include "qimg/image/qIndexImage.h"
 
 #include "qimg/color/qIColormap.h"
+#include "qimg/color/qQualityMappingPriv.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
 #include "qimg/gif/qGifColormap.h"
@@ -78,7 +79,8 @@ int qIndexImage::copy_from(const qIIndexImage* source, const qIColormap* colorma
 }
 
 int qIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
-                                float color_strength, float alpha_strength, qIMonitor* monitor) {
+                                float color_strength, float alpha_strength, qIMonitor* monitor,
+                                qCmapType palette_kind) {
     if (!valid()) return -5;
     // The source is read through the buffer binding, so an indexed source brings a palette copy
     // in which its transparent index counts as alpha 0.
@@ -87,6 +89,10 @@ int qIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantize
     int status = destination.Bind(this);
     if (status == 0) status = from.Bind(source);
     if (status != 0) return status;
+    if (palette_kind == CM_QUALITY) {
+        return q_map_exact(destination, from, colormap_, quantizer != QT_NEAREST, opaque,
+                           color_strength, monitor);
+    }
 
     // The cache is 64 KiB: on the heap, not on the caller's stack.
     qGifColormap* nearest = q_new<qGifColormap>();

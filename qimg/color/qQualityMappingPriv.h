@@ -1,0 +1,34 @@
+// qQualityMappingPriv.h: how CM_QUALITY turns pixels into palette indices.
+//
+// Every pixel gets the entry nearest to its own colour (plain squared RGB distance, no cell
+// rounding), or, with dithering, an error diffusion that keeps its noise where it helps:
+//  - a pixel that a palette colour matches (within kMatchDistance) takes it and passes no error
+//    on, so flat areas the palette holds stay clean and palette colours come back exactly;
+//  - error is passed only between pixels of similar colour (within kEdgeDistance), so it does
+//    not leak across edges into the other side;
+//  - the error a pixel receives is limited to kErrorLimit per channel, so it cannot build up into
+//    streaks.
+// The colour-mapping operations of the specified palette kinds are untouched by this.
+#pragma once
+
+class qIColormap;
+class qIMonitor;
+class qImageAlias;
+class qImageEdit;
+
+// Sum of absolute channel differences up to which two neighbours share error.
+constexpr int kEdgeDistance = 96;
+// Squared distance up to which a pixel counts as matched by an entry.
+constexpr int kMatchDistance = 12;
+// Largest error, per channel, a pixel receives.
+constexpr int kErrorLimit = 40;
+
+// Fills `destination` (PT_INDEX8, the size of `source`) with indices of `palette` for the pixels
+// of `source` (PT_BGRA32, or PT_INDEX8 with a palette copy). `dither` turns the diffusion on,
+// with its error scaled by `strength` (0 or below: none). With `opaque` false a pixel of alpha 0
+// takes the palette's first transparent entry and any other pixel an opaque one; with `opaque`
+// true alpha is ignored. 0; 1 when `monitor` cancels (rows done stay written); -1 no memory;
+// -5 null palette, an empty one, sizes that differ, or an indexed source without palette copy;
+// -6 other pixel types; -10 a transparent pixel and a palette without transparent entry.
+int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColormap* palette,
+                bool dither, bool opaque, float strength, qIMonitor* monitor);
