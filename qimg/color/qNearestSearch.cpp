@@ -65,6 +65,26 @@ int qNearestSearch::nearest(float red, float green, float blue, int hint, float*
     return index_[best];
 }
 
+int qNearestSearch::within(float red, float green, float blue, float radius2, uint8_t* out,
+                           int max) const {
+    const float key = red + green + blue;
+    const int start = static_cast<int>(std::lower_bound(key_, key_ + count_, key) - key_);
+    int found = 0;
+    const auto consider = [&](int p) {
+        if (distance(rgb_[p], red, green, blue) > radius2) return;
+        if (found < max) out[found] = index_[p];
+        ++found;
+    };
+    for (int p = start; p < count_ && (key_[p] - key) * (key_[p] - key) <= 3 * radius2; ++p) {
+        consider(p);
+    }
+    for (int p = start - 1; p >= 0 && (key - key_[p]) * (key - key_[p]) <= 3 * radius2; --p) {
+        consider(p);
+    }
+    std::sort(out, out + std::min(found, max));
+    return found;
+}
+
 qNearestSearch::Answer qNearestSearch::nearest_two(float red, float green, float blue) const {
     Answer answer{-1, kFar, kFar};
     if (count_ == 0) return answer;

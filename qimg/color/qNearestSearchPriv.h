@@ -29,6 +29,9 @@ public:
     int nearest(float red, float green, float blue, int hint, float* distance = nullptr) const;
     // The nearest entry and the runner-up's distance.
     Answer nearest_two(float red, float green, float blue) const;
+    // Writes the palette indices of the entries within squared distance `radius2` of the colour
+    // to out[0..max-1], ascending; returns how many there are (more than max: only max written).
+    int within(float red, float green, float blue, float radius2, uint8_t* out, int max) const;
 
 private:
     int count_ = 0;

@@ -15,34 +15,83 @@
 
 namespace {
 
-// Nearest entries of whole 6-bit cells, worked out when a cell is first met. A cell whose
-// nearest entry beats the runner-up by more than the cell's diameter (4 * sqrt(3) / 2 twice)
-// maps every colour inside it to that entry; the others keep the entry as the search's start.
+// Nearest entries of whole 6-bit cells, worked out when a cell is first met: the entries that
+// can be nearest to some colour of the cell. Every colour of a cell lies within h = 1.5 * sqrt(3)
+// of its centre, so an entry farther from the centre than the centre's nearest entry plus 2h is
+// never the answer. Most cells keep one to four candidates; a cell with more than kMax falls
+// back to the full search.
 class CellCache {
 public:
-    CellCache(const qNearestSearch& search, uint16_t* cells) : search_(search), cells_(cells) {}
+    static constexpr int kMax = 7;
+    struct Cell {
+        uint8_t count;  // 0: not worked out yet; kMax + 1: too many candidates
+        uint8_t entry[kMax];
+    };
+
+    CellCache(const qNearestSearch& search, const qPixRA* palette, Cell* cells)
+        : search_(search), palette_(palette), cells_(cells) {}
 
     int nearest(int r, int g, int b) const {
-        uint16_t& cell = cells_[q_fine_cell(r, g, b)];
-        if (cell == 0) cell = fill(r, g, b);
-        if (cell >> 8 == kSure) return cell & 0xff;
-        return search_.nearest(static_cast<float>(r), static_cast<float>(g),
-                               static_cast<float>(b), cell & 0xff);
+        Cell& cell = cells_[q_fine_cell(r, g, b)];
+        if (cell.count == 0) fill(cell, r, g, b);
+        if (cell.count == 1) return cell.entry[0];
+        if (cell.count > kMax) {
+            return search_.nearest(static_cast<float>(r), static_cast<float>(g),
+                                   static_cast<float>(b), cell.entry[0]);
+        }
+        // Candidates are in index order: the first of equally near entries wins.
+        int best = cell.entry[0], best_d = INT32_MAX;
+        for (int i = 0; i < cell.count; ++i) {
+            const qPixRA e = palette_[cell.entry[i]];
+            const int dr = r - e.red, dg = g - e.green, db = b - e.blue;
+            const int d = dr * dr + dg * dg + db * db;
+            if (d < best_d) best_d = d, best = cell.entry[i];
+        }
+        return best;
     }
 
 private:
-    static constexpr int kSure = 1, kUnsure = 2;
-
-    uint16_t fill(int r, int g, int b) const {
+    void fill(Cell& cell, int r, int g, int b) const {
         const auto centre = [](int v) { return static_cast<float>((v & ~3) + 1.5); };
-        const qNearestSearch::Answer a = search_.nearest_two(centre(r), centre(g), centre(b));
-        const float diameter = 3.0f * std::sqrt(3.0f);
-        const bool sure = std::sqrt(a.second) - std::sqrt(a.nearest) > diameter + 0.01f;
-        return static_cast<uint16_t>((sure ? kSure : kUnsure) << 8 | a.index);
+        const float cr = centre(r), cg = centre(g), cb = centre(b);
+        float nearest = 0;
+        const int first = search_.nearest(cr, cg, cb, -1, &nearest);
+        const float reach = std::sqrt(nearest) + 3.0f * std::sqrt(3.0f) + 0.01f;
+        constexpr int kLoose = 32;
+        uint8_t loose[kLoose];
+        const int found = search_.within(cr, cg, cb, reach * reach, loose, kLoose);
+        int kept = 0;
+        for (int i = 0; i < found && i < kLoose && kept <= kMax; ++i) {
+            if (loose[i] == first || may_beat(loose[i], first, r & ~3, g & ~3, b & ~3)) {
+                if (kept < kMax) cell.entry[kept] = loose[i];
+                ++kept;
+            }
+        }
+        if (found > kLoose || kept > kMax) {
+            cell.count = kMax + 1;
+            cell.entry[0] = static_cast<uint8_t>(first);
+        } else {
+            cell.count = static_cast<uint8_t>(kept);
+        }
+    }
+
+    // Whether entry e is nearer than entry f (or as near with a lower index) to some colour of
+    // the cell whose lowest corner is (r, g, b). |p - e|^2 - |p - f|^2 is linear in p, so its
+    // minimum over the cell is at the corner that goes furthest along e - f.
+    bool may_beat(int e, int f, int r, int g, int b) const {
+        const qPixRA pe = palette_[e], pf = palette_[f];
+        const int de[3] = {pe.red - pf.red, pe.green - pf.green, pe.blue - pf.blue};
+        const int lo[3] = {r, g, b};
+        const int ce = pe.red * pe.red + pe.green * pe.green + pe.blue * pe.blue;
+        const int cf = pf.red * pf.red + pf.green * pf.green + pf.blue * pf.blue;
+        int difference = ce - cf;
+        for (int c = 0; c < 3; ++c) difference -= 2 * (de[c] > 0 ? lo[c] + 3 : lo[c]) * de[c];
+        return difference < 0 || (difference == 0 && e < f);
     }
 
     const qNearestSearch& search_;
-    uint16_t* cells_;
+    const qPixRA* palette_;
+    Cell* cells_;
 };
 
 struct Rgb {
@@ -92,11 +141,15 @@ int map_rows(qImageEdit& destination, const qImageAlias& source, Reader in,
                 continue;
             }
             int index = cache.nearest(p.red, p.green, p.blue);
+            if (!dither) {
+                out[x] = static_cast<unsigned char>(index);
+                continue;
+            }
             Rgb error{0, 0, 0};
             const qPixRA match = entries[index];
             const int miss = squared(p.red - match.red) + squared(p.green - match.green) +
                              squared(p.blue - match.blue);
-            if (dither && miss > kMatchDistance) {
+            if (miss > kMatchDistance) {
                 // Floyd-Steinberg weights, from neighbours of similar colour only.
                 Rgb sum{0, 0, 0};
                 const auto take = [&](const Rgb& e, qPixRA from, int weight) {
@@ -141,7 +194,7 @@ int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColo
     if (!source.valid() || source.size() != destination.size()) return ST_BAD_ARGUMENT;
 
     const qNearestSearch search(palette->colors(), palette->num_colors());
-    auto* cells = static_cast<uint16_t*>(q_calloc(kFineCells, sizeof(uint16_t)));
+    auto* cells = static_cast<CellCache::Cell*>(q_calloc(kFineCells, sizeof(CellCache::Cell)));
     // Two rows of errors and two of colours, each width + 2 long.
     const size_t row = static_cast<size_t>(destination.width()) + 2;
     void* block = nullptr;
@@ -161,7 +214,7 @@ int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColo
     };
     // Strength in 1/16 units of the 16ths of the weights: 256 is full diffusion.
     const int strength16 = strength > 0 ? static_cast<int>(std::lround(std::min(strength, 1.0f) * 16)) : 0;
-    const CellCache cache(search, cells);
+    const CellCache cache(search, palette->colors(), cells);
     const bool diffuse = dither && strength16 > 0;
     const int status =
         type == PT_BGRA32
