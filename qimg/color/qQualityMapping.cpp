@@ -118,7 +118,7 @@ struct ErrorRows {
 template <class Reader>
 int map_rows(qImageEdit& destination, const qImageAlias& source, Reader in,
              const qIColormap* palette, const CellCache& cache, bool dither, bool opaque,
-             int strength16, ErrorRows rows, qIMonitor* monitor) {
+             int strength256, ErrorRows rows, qIMonitor* monitor) {
     const int width = destination.width(), height = destination.height();
     const int transparent = palette->min_t_index();
     const qPixRA* entries = palette->colors();
@@ -161,7 +161,8 @@ int map_rows(qImageEdit& destination, const qImageAlias& source, Reader in,
                 take(above[x], above_from[x], 5);
                 take(above[x + d], above_from[x + d], 1);
                 const auto desired = [&](int value, int s) {
-                    const int e = std::clamp(s * strength16 / 256, -kErrorLimit, kErrorLimit);
+                    const int e = std::clamp(s * strength256 * kDiffusedEighths / (16 * 256 * 8),
+                                               -kErrorLimit, kErrorLimit);
                     return std::clamp(value + e, 0, 255);
                 };
                 const int r = desired(p.red, sum.r), g = desired(p.green, sum.g),
@@ -212,16 +213,16 @@ int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColo
         {errors, errors + row},
         {colours, colours + row}
     };
-    // Strength in 1/16 units of the 16ths of the weights: 256 is full diffusion.
-    const int strength16 = strength > 0 ? static_cast<int>(std::lround(std::min(strength, 1.0f) * 16)) : 0;
+    const int strength256 =
+        strength > 0 ? static_cast<int>(std::lround(std::min(strength, 1.0f) * 256)) : 0;
     const CellCache cache(search, palette->colors(), cells);
-    const bool diffuse = dither && strength16 > 0;
+    const bool diffuse = dither && strength256 > 0;
     const int status =
         type == PT_BGRA32
             ? map_rows(destination, source, qBgra32Reader{}, palette, cache, diffuse, opaque,
-                       strength16, rows, monitor)
+                       strength256, rows, monitor)
             : map_rows(destination, source, qIndex8Reader(source.colormap()), palette, cache,
-                       diffuse, opaque, strength16, rows, monitor);
+                       diffuse, opaque, strength256, rows, monitor);
     q_free(cells);
     q_free(block);
     return status;

@@ -18,11 +18,8 @@
 
 namespace {
 
-// The cuts run on 5 bits per channel, two fine cells per side: the refinement that follows works
-// on the fine cells, and the tables stay at 1.4 MiB instead of 11. Cumulative tables are one
-// larger per side: plane 0 is the zero border.
-constexpr int kCutSide = kFineSide / 2;
-constexpr int kSide = kCutSide + 1;
+// Cumulative tables are one larger per side: plane 0 is the zero border.
+constexpr int kSide = kFineSide + 1;
 
 struct Moment {
     int64_t count, red, green, blue;
@@ -53,12 +50,18 @@ public:
     explicit Cutter(Moment* table) : m_(table) {}
 
     void accumulate(const qColorCell* histogram) {
-        for (int i = 0; i < kFineCells; ++i) {
-            const qColorCell& c = histogram[i];
-            if (c.count == 0) continue;
-            const double sr = c.red, sg = c.green, sb = c.blue;
-            m_[at((i >> 13) + 1, ((i >> 7) & 31) + 1, ((i >> 1) & 31) + 1)] +=
-                Moment{c.count, c.red, c.green, c.blue, (sr * sr + sg * sg + sb * sb) / c.count};
+        for (int r = 1; r < kSide; ++r) {
+            for (int g = 1; g < kSide; ++g) {
+                for (int b = 1; b < kSide; ++b) {
+                    const qColorCell& c = histogram[((r - 1) << 12) | ((g - 1) << 6) | (b - 1)];
+                    Moment& m = m_[at(r, g, b)];
+                    if (c.count) {
+                        const double sr = c.red, sg = c.green, sb = c.blue;
+                        m = Moment{c.count, c.red, c.green, c.blue,
+                                   (sr * sr + sg * sg + sb * sb) / c.count};
+                    }
+                }
+            }
         }
         // Prefix sums along blue, then green, then red.
         for (int r = 1; r < kSide; ++r)
@@ -143,7 +146,7 @@ int q_variance_cut(const qColorCell* histogram, int n, qPixRA* palette) {
     double spreads[kMaxBoxes];
     boxes[0] = Box{
         {        0,         0,         0},
-        {kCutSide, kCutSide, kCutSide}
+        {kFineSide, kFineSide, kFineSide}
     };
     spreads[0] = Cutter::spread(cutter.totals(boxes[0]));
     int count = 1;
