@@ -19,13 +19,12 @@
 #include <string>
 #include <vector>
 
+#include "photos.h"
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qImageProxy.h"
 #include "qimg/gif/qGifColormap.h"
 #include "qimg/raster/qImageEdit.h"
-
-#include "photos.h"
 
 namespace {
 

@@ -114,8 +114,8 @@ Rgb qimg_reduce(const Photo& photo, qCmapType kind, int colours, bool dither, do
         qImageProxy proxy;  // handing the photo over copies it: set-up, not timed
         if (proxy.Set(&buffer) != 0) return {};
         const auto t0 = std::chrono::steady_clock::now();
-        const int status = proxy.quantize_colors(
-            colours, kind, dither ? QT_DIFFUSION : QT_NEAREST, true, 1.0f, 0.0f, 1, nullptr);
+        const int status = proxy.quantize_colors(colours, kind, dither ? QT_DIFFUSION : QT_NEAREST,
+                                                 true, 1.0f, 0.0f, 1, nullptr);
         const std::chrono::duration<double, std::milli> dt = std::chrono::steady_clock::now() - t0;
         if (status != 0) return {};
         ms = std::min(ms, dt.count());
@@ -194,9 +194,9 @@ int main(int argc, char** argv) {
         const char* name;
         const char* path;
     } files[] = {
-        {  "bird",       "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg"},
-        {   "sea",          "/usr/share/backgrounds/Infinite-Sea_by_Aury88.jpg"},
-        { "fossa",            "/usr/share/backgrounds/Fossa_by_Jasper_Roks.jpg"},
+        {  "bird",            "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg"},
+        {   "sea",              "/usr/share/backgrounds/Infinite-Sea_by_Aury88.jpg"},
+        { "fossa",                "/usr/share/backgrounds/Fossa_by_Jasper_Roks.jpg"},
         {"colors", "/usr/share/backgrounds/Painting-Colors_by__herobrine7gamer.jpg"},
     };
     std::vector<Photo> photos;

@@ -1,6 +1,6 @@
-#include "qimg/color/qNearestSearchPriv.h"
-
 #include <algorithm>
+
+#include "qimg/color/qNearestSearchPriv.h"
 
 namespace {
 
@@ -21,9 +21,7 @@ qNearestSearch::qNearestSearch(const qPixRA* entries, int count) {
     for (int i = 0; i < count; ++i) {
         if (!any_opaque || entries[i].alpha != 0) order[count_++] = i;
     }
-    const auto sum = [&](int i) {
-        return entries[i].red + entries[i].green + entries[i].blue;
-    };
+    const auto sum = [&](int i) { return entries[i].red + entries[i].green + entries[i].blue; };
     std::stable_sort(order, order + count_, [&](int a, int b) { return sum(a) < sum(b); });
     for (int p = 0; p < 256; ++p) place_[p] = 0;
     for (int p = 0; p < count_; ++p) {
@@ -37,7 +35,8 @@ qNearestSearch::qNearestSearch(const qPixRA* entries, int count) {
     }
 }
 
-int qNearestSearch::nearest(float red, float green, float blue, int hint, float* distance_out) const {
+int qNearestSearch::nearest(float red, float green, float blue, int hint,
+                            float* distance_out) const {
     if (count_ == 0) return -1;
     int best = -1;
     float best_d = kFar;

@@ -8,12 +8,11 @@
 // Working on cells instead of pixels keeps a pass at the cost of the occupied cells (tens of
 // thousands for a photograph) whatever the image size; the search starts from each cell's entry
 // of the previous pass, which is nearly always still the answer.
-#include "qimg/color/qPaletteRefinementPriv.h"
-
 #include <cstddef>
 #include <cstring>
 
 #include "qimg/color/qNearestSearchPriv.h"
+#include "qimg/color/qPaletteRefinementPriv.h"
 #include "qimg/core/qAllocPriv.h"
 
 namespace {

@@ -6,7 +6,8 @@
 
 // Squared error of a palette over histogram cells: each occupied cell counts as `count` pixels at
 // the cell's mean colour, each taking its nearest opaque entry. For tests and the refinement.
-QIMG_API double q_palette_error(const qColorCell* cells, int cell_count, const qPixRA* palette, int size);
+QIMG_API double q_palette_error(const qColorCell* cells, int cell_count, const qPixRA* palette,
+                                int size);
 
 // Up to `passes` Lloyd passes over the occupied cells of cells[0..cell_count-1]: every cell goes
 // to its nearest entry, every entry moves to the mean of its cells (rounded to whole values; an

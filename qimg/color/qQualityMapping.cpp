@@ -1,5 +1,3 @@
-#include "qimg/color/qQualityMappingPriv.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -9,6 +7,7 @@
 #include "qimg/color/qFineHistogramPriv.h"
 #include "qimg/color/qIColormap.h"
 #include "qimg/color/qNearestSearchPriv.h"
+#include "qimg/color/qQualityMappingPriv.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qStatus.h"
 #include "qimg/raster/qImageEdit.h"
@@ -162,7 +161,7 @@ int map_rows(qImageEdit& destination, const qImageAlias& source, Reader in,
                 take(above[x + d], above_from[x + d], 1);
                 const auto desired = [&](int value, int s) {
                     const int e = std::clamp(s * strength256 * kDiffusedEighths / (16 * 256 * 8),
-                                               -kErrorLimit, kErrorLimit);
+                                             -kErrorLimit, kErrorLimit);
                     return std::clamp(value + e, 0, 255);
                 };
                 const int r = desired(p.red, sum.r), g = desired(p.green, sum.g),
@@ -210,19 +209,18 @@ int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColo
     auto* errors = static_cast<Rgb*>(block);
     auto* colours = reinterpret_cast<qPixRA*>(errors + 2 * row);
     const ErrorRows rows{
-        {errors, errors + row},
+        { errors,  errors + row},
         {colours, colours + row}
     };
     const int strength256 =
         strength > 0 ? static_cast<int>(std::lround(std::min(strength, 1.0f) * 256)) : 0;
     const CellCache cache(search, palette->colors(), cells);
     const bool diffuse = dither && strength256 > 0;
-    const int status =
-        type == PT_BGRA32
-            ? map_rows(destination, source, qBgra32Reader{}, palette, cache, diffuse, opaque,
-                       strength256, rows, monitor)
-            : map_rows(destination, source, qIndex8Reader(source.colormap()), palette, cache,
-                       diffuse, opaque, strength256, rows, monitor);
+    const int status = type == PT_BGRA32
+                           ? map_rows(destination, source, qBgra32Reader{}, palette, cache, diffuse,
+                                      opaque, strength256, rows, monitor)
+                           : map_rows(destination, source, qIndex8Reader(source.colormap()),
+                                      palette, cache, diffuse, opaque, strength256, rows, monitor);
     q_free(cells);
     q_free(block);
     return status;

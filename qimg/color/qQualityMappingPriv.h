@@ -35,5 +35,6 @@ constexpr int kDiffusedEighths = 7;
 // true alpha is ignored. 0; 1 when `monitor` cancels (rows done stay written); -1 no memory;
 // -5 null palette, an empty one, sizes that differ, or an indexed source without palette copy;
 // -6 other pixel types; -10 a transparent pixel and a palette without transparent entry.
-QIMG_API int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColormap* palette,
-                bool dither, bool opaque, float strength, qIMonitor* monitor);
+QIMG_API int q_map_exact(qImageEdit& destination, const qImageAlias& source,
+                         const qIColormap* palette, bool dither, bool opaque, float strength,
+                         qIMonitor* monitor);

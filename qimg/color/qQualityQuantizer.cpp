@@ -4,6 +4,7 @@
 
 #include "qimg/color/qFineHistogramPriv.h"
 #include "qimg/color/qPaletteRefinementPriv.h"
+#include "qimg/color/qPrescanPriv.h"
 #include "qimg/color/qSafeColormap.h"
 #include "qimg/color/qVarianceCutPriv.h"
 #include "qimg/core/qAllocPriv.h"
@@ -14,13 +15,6 @@ namespace {
 
 constexpr qPixRA kBlack{0, 0, 0, 255};
 constexpr qPixRA kTransparentWhite{255, 255, 255, 0};
-
-bool rows_addressable(const qIImageBuffer* image, qRect area) {
-    for (int y = area.y; y < area.y + area.height; ++y) {
-        if (!image->pixel_address(y, 0)) return false;
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -50,22 +44,9 @@ inline void qQualityQuantizer::add(qPixRA p) {
 }
 
 int qQualityQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned char min_alpha) {
-    if (!image) return ST_BAD_ARGUMENT;
-    const qPixelType type = image->pixel_type();
     const qIColormap* source_map = nullptr;
-    if (type == PT_INDEX8) {
-        const auto* indexed = dynamic_cast<const qIIndexImage*>(image);
-        if (!indexed || !(source_map = indexed->colormap())) return ST_BAD_ARGUMENT;
-    } else if (type != PT_BGRA32) {
-        return ST_UNSUPPORTED;
-    }
-    const qSize size = image->size();
-    if (area.empty()) {
-        area = qRect();
-    } else if (area.x < 0 || area.y < 0 || int64_t{area.x} + area.width > size.width ||
-               int64_t{area.y} + area.height > size.height || !rows_addressable(image, area)) {
-        return ST_BAD_ARGUMENT;
-    }
+    const int status = q_check_prescan(image, area, source_map);
+    if (status != ST_OK) return status;
     if (!histogram_ || !palette_) {
         delete palette_;
         delete[] histogram_;
@@ -79,23 +60,7 @@ int qQualityQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned 
             return ST_NO_MEMORY;
         }
     }
-    if (type == PT_BGRA32) {
-        for (int y = area.y; y < area.y + area.height; ++y) {
-            const auto* row = reinterpret_cast<const qPixRA*>(image->pixel_address(y, 0)) + area.x;
-            for (int x = 0; x < area.width; ++x) {
-                if (row[x].alpha >= min_alpha) add(row[x]);
-            }
-        }
-        return ST_OK;
-    }
-    qPixRA colour[256];
-    for (int i = 0; i < 256; ++i) colour[i] = source_map->get_color(i);
-    for (int y = area.y; y < area.y + area.height; ++y) {
-        const unsigned char* row = image->pixel_address(y, 0) + area.x;
-        for (int x = 0; x < area.width; ++x) {
-            if (colour[row[x]].alpha >= min_alpha) add(colour[row[x]]);
-        }
-    }
+    q_for_each_counted(image, area, source_map, min_alpha, [this](qPixRA p) { add(p); });
     return ST_OK;
 }
 

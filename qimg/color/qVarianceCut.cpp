@@ -10,10 +10,9 @@
 // Precision. A cell counts as all its pixels sitting at the cell's mean: the spread inside a
 // cell is the same for every way of cutting, so it cannot change which cut is best. Counts and
 // sums are 64-bit integers; squares are doubles.
-#include "qimg/color/qVarianceCutPriv.h"
-
 #include <cstddef>
 
+#include "qimg/color/qVarianceCutPriv.h"
 #include "qimg/core/qAllocPriv.h"
 
 namespace {

@@ -63,8 +63,8 @@ int qColorIndexImage::copy_from(const qIIndexImage* source) {
 }
 
 int qColorIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
-                                     float color_strength, float alpha_strength,
-                                     qIMonitor* monitor, qCmapType palette_kind) {
+                                     float color_strength, float alpha_strength, qIMonitor* monitor,
+                                     qCmapType palette_kind) {
     if (!index_image_) return -5;
     return index_image_->map_from_image(source, quantizer, opaque, color_strength, alpha_strength,
                                         monitor, palette_kind);

@@ -76,10 +76,10 @@ public:
     // 0; 1 when the monitor stopped the mapping; -5 an empty or invalid decorator (both forms;
     // the generated form checks only after a bad cmap_type), a null map or one outside
     // 1..256 entries (CM_GRAY with num_colors < 1 and `opaque` true makes an empty one); -6 a
-    // cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY, CM_QUALITY, or pixels other than PT_BGRA32 and
-    // PT_INDEX8; -10 a pixel without index (alpha 0 and no transparent entry); -100 a held
-    // component that is neither a frame nor a pixel buffer; -1 no memory. Whatever fails, the held
-    // leaf stays as it was.
+    // cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY, CM_QUALITY, or pixels other than
+    // PT_BGRA32 and PT_INDEX8; -10 a pixel without index (alpha 0 and no transparent entry); -100 a
+    // held component that is neither a frame nor a pixel buffer; -1 no memory. Whatever fails, the
+    // held leaf stays as it was.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor) override;

@@ -223,8 +223,8 @@ TEST(qQualityQuantizerTest, DeterministicAndKindsStillChecked) {
     auto* image = new qDirectImage;
     ASSERT_EQ(image->copy_from(&picture), 0);
     ASSERT_EQ(frame.attach(image, qPoint(0, 0)), 0);
-    EXPECT_EQ(frame.quantize_colors(16, static_cast<qCmapType>(4), QT_NEAREST, true, 1.0f, 0.0f,
-                                    1, nullptr),
+    EXPECT_EQ(frame.quantize_colors(16, static_cast<qCmapType>(4), QT_NEAREST, true, 1.0f, 0.0f, 1,
+                                    nullptr),
               -6);
 }
 
