@@ -118,6 +118,7 @@ TEST_F(qGifFrameColorTest, GeneratedPalettes) {
         {"adaptive opaque",  8, CM_ADAPTIVE, QT_DIFFUSION,  true,  4},
         {           "cube", 30,     CM_CUBE, QT_DIFFUSION, false, 28},
         {           "grey",  4,     CM_GRAY,   QT_NEAREST,  true,  4},
+        {        "quality",  8,  CM_QUALITY, QT_DIFFUSION, false,  5},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
