@@ -191,7 +191,10 @@ int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColo
     const qPixelType type = source.pixel_type();
     if (type != PT_BGRA32 && type != PT_INDEX8) return ST_UNSUPPORTED;
     if (type == PT_INDEX8 && !source.colormap()) return ST_BAD_ARGUMENT;
-    if (!source.valid() || source.size() != destination.size()) return ST_BAD_ARGUMENT;
+    if (!source.valid() || source.width() < destination.width() ||
+        source.height() < destination.height()) {
+        return ST_BAD_ARGUMENT;
+    }
 
     const qNearestSearch search(palette->colors(), palette->num_colors());
     auto* cells = static_cast<CellCache::Cell*>(q_calloc(kFineCells, sizeof(CellCache::Cell)));

@@ -28,12 +28,13 @@ constexpr int kErrorLimit = 32;
 // Share of a pixel's error passed on, in eighths (at strength 1).
 constexpr int kDiffusedEighths = 7;
 
-// Fills `destination` (PT_INDEX8, the size of `source`) with indices of `palette` for the pixels
+// Fills `destination` (PT_INDEX8, at most the size of `source`, whose top-left part is read)
+// with indices of `palette` for the pixels
 // of `source` (PT_BGRA32, or PT_INDEX8 with a palette copy). `dither` turns the diffusion on,
 // with its error scaled by `strength` (0 or below: none). With `opaque` false a pixel of alpha 0
 // takes the palette's first transparent entry and any other pixel an opaque one; with `opaque`
 // true alpha is ignored. 0; 1 when `monitor` cancels (rows done stay written); -1 no memory;
-// -5 null palette, an empty one, sizes that differ, or an indexed source without palette copy;
+// -5 null palette, an empty one, a smaller source, or an indexed source without palette copy;
 // -6 other pixel types; -10 a transparent pixel and a palette without transparent entry.
 QIMG_API int q_map_exact(qImageEdit& destination, const qImageAlias& source,
                          const qIColormap* palette, bool dither, bool opaque, float strength,

@@ -223,9 +223,13 @@ TEST(qQualityQuantizerTest, DeterministicAndKindsStillChecked) {
     auto* image = new qDirectImage;
     ASSERT_EQ(image->copy_from(&picture), 0);
     ASSERT_EQ(frame.attach(image, qPoint(0, 0)), 0);
-    EXPECT_EQ(frame.quantize_colors(16, static_cast<qCmapType>(4), QT_NEAREST, true, 1.0f, 0.0f, 1,
+    EXPECT_EQ(frame.quantize_colors(16, static_cast<qCmapType>(3), QT_NEAREST, true, 1.0f, 0.0f, 1,
                                     nullptr),
               -6);
+    qtest::StopAtRow first_row(1);
+    EXPECT_EQ(frame.quantize_colors(16, CM_QUALITY, QT_DIFFUSION, true, 1.0f, 0.0f, 1, &first_row),
+              1);
+    EXPECT_EQ(frame.current_leaf(), image);
 }
 
 }  // namespace
