@@ -20,7 +20,7 @@ FORMAT_PACKAGES := clang-format
 # The 32-bit build compiles GoogleTest from the sources Debian ships in package googletest.
 TEST32_PACKAGES := $(BUILD_PACKAGES) g++-multilib googletest
 
-.PHONY: all test tsan test32 demo bench fuzz fuzz-smoke format install-check clean
+.PHONY: all test tsan test32 demo bench bench-quality fuzz fuzz-smoke format install-check clean
 
 all: demo
 
@@ -79,6 +79,14 @@ bench:
 	    tests/gif/corpus/make-corpus.sh --bench-still build/bench/gif-dithered-1920x1080.gif
 	@if [ -x build/bench/bench/qimg_bench ]; then build/bench/bench/qimg_bench; \
 	 else echo "no benchmarks built yet"; fi
+
+# The palette-quality table of bench/README.md: qimg, libimagequant and Pillow on the same photos.
+bench-quality:
+	$(ENSURE) $(BENCH_PACKAGES)
+	$(CMAKE_CONFIGURE) -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DQIMG_BUILD_TESTS=OFF \
+	    -DQIMG_BUILD_BENCH=ON
+	cmake --build build/bench -j$(JOBS) --target qimg_quantize_quality
+	build/bench/bench/qimg_quantize_quality
 
 # FUZZ_SECONDS bounds each target's run.
 FUZZ_SECONDS ?= 60

@@ -22,6 +22,8 @@
 #include <map>
 #include <string>
 #include <tuple>
+
+#include <unistd.h>
 #include <vector>
 
 #include "photos.h"
@@ -189,6 +191,12 @@ struct Score {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // One thread for every tool: Debian's libimagequant runs OpenMP threads, and the OpenMP
+    // runtime reads its settings when it is loaded, so the program restarts itself once.
+    if (!std::getenv("OMP_NUM_THREADS")) {
+        setenv("OMP_NUM_THREADS", "1", 1);
+        execv("/proc/self/exe", argv);
+    }
     const std::string script = argc > 1 ? argv[1] : QIMG_BENCH_DIR "/pillow_quantize.py";
     const struct {
         const char* name;
