@@ -9,6 +9,7 @@
 // thousands for a photograph) whatever the image size; the search starts from each cell's entry
 // of the previous pass, which is nearly always still the answer.
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "qimg/color/qNearestSearchPriv.h"
@@ -65,15 +66,25 @@ double q_palette_error(const qColorCell* cells, int cell_count, const qPixRA* pa
 double q_refine_palette(const qColorCell* cells, int cell_count, qPixRA* palette, int size,
                         int passes) {
     if (size < 1 || size > 256 || cell_count < 0) return -1;
-    auto* assignment = static_cast<uint8_t*>(q_calloc(static_cast<size_t>(cell_count), 1));
-    if (!assignment) return -1;
-    double error = assign(cells, cell_count, palette, size, assignment);
+    int occupied = 0;
+    for (int i = 0; i < cell_count; ++i) occupied += cells[i].count != 0;
+    // The passes run over a packed copy of the occupied cells: a photograph fills a tenth of a
+    // 6-bit histogram, and the copy stays in cache.
+    constexpr size_t kCellBytes = sizeof(qColorCell) + 1;  // the cell and its entry
+    if (static_cast<size_t>(occupied) > SIZE_MAX / kCellBytes) return -1;
+    auto* packed = static_cast<qColorCell*>(q_malloc(static_cast<size_t>(occupied) * kCellBytes));
+    if (!packed) return -1;
+    auto* assignment = reinterpret_cast<uint8_t*>(packed + occupied);
+    for (int i = 0, n = 0; i < cell_count; ++i) {
+        if (cells[i].count != 0) packed[n++] = cells[i];
+    }
+    std::memset(assignment, 0, static_cast<size_t>(occupied));
+    double error = assign(packed, occupied, palette, size, assignment);
     qPixRA trial[256];
     for (int pass = 0; pass < passes && error > 0; ++pass) {
         int64_t sums[256][4] = {};
-        for (int i = 0; i < cell_count; ++i) {
-            const qColorCell& c = cells[i];
-            if (c.count == 0) continue;
+        for (int i = 0; i < occupied; ++i) {
+            const qColorCell& c = packed[i];
             int64_t* s = sums[assignment[i]];
             s[0] += c.red, s[1] += c.green, s[2] += c.blue, s[3] += c.count;
         }
@@ -85,11 +96,11 @@ double q_refine_palette(const qColorCell* cells, int cell_count, qPixRA* palette
             trial[e].green = static_cast<unsigned char>((sums[e][1] + n / 2) / n);
             trial[e].blue = static_cast<unsigned char>((sums[e][2] + n / 2) / n);
         }
-        const double trial_error = assign(cells, cell_count, trial, size, assignment);
+        const double trial_error = assign(packed, occupied, trial, size, assignment);
         if (!(trial_error < error)) break;
         error = trial_error;
         std::memcpy(palette, trial, sizeof(qPixRA) * static_cast<size_t>(size));
     }
-    q_free(assignment);
+    q_free(packed);
     return error;
 }

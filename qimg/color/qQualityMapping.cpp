@@ -17,40 +17,53 @@ namespace {
 // Nearest entries of whole 6-bit cells, worked out when a cell is first met: the entries that
 // can be nearest to some colour of the cell. Every colour of a cell lies within h = 1.5 * sqrt(3)
 // of its centre, so an entry farther from the centre than the centre's nearest entry plus 2h is
-// never the answer. Most cells keep one to four candidates; a cell with more than kMax falls
-// back to the full search.
+// never the answer. Most cells are left with one entry, which the cell's 16-bit slot holds
+// itself; the others point into a pool of candidate lists. The slots (512 KiB) stay in the
+// processor's second-level cache, which is what makes the look-up fast. A cell with more than
+// kMax candidates, or met when the pool is full, falls back to the full search.
 class CellCache {
 public:
-    static constexpr int kMax = 7;
+    static constexpr int kMax = 4;
     struct Cell {
-        uint8_t count;  // 0: not worked out yet; kMax + 1: too many candidates
-        uint8_t entry[kMax];
+        uint8_t count;        // kMax + 1: too many candidates, entry[0] is where the search starts
+        uint8_t entry[kMax];  // ascending; shorter lists repeat entry[0] at the end
     };
+    // Slot values: 0 not worked out yet; 1..256 the cell's one entry + 1; from kFirstList on, a
+    // list of the pool. List 0 stands for the full search.
+    static constexpr int kFirstList = 257;
+    static constexpr int kLists = 65536 - kFirstList;
 
-    CellCache(const qNearestSearch& search, const qPixRA* palette, Cell* cells)
-        : search_(search), palette_(palette), cells_(cells) {}
+    CellCache(const qNearestSearch& search, const qPixRA* palette, uint16_t* slots, Cell* lists)
+        : search_(search), palette_(palette), slots_(slots), lists_(lists) {
+        lists_[0].count = kMax + 1;
+        lists_[0].entry[0] = 0;
+    }
 
     int nearest(int r, int g, int b) const {
-        Cell& cell = cells_[q_fine_cell(r, g, b)];
-        if (cell.count == 0) fill(cell, r, g, b);
-        if (cell.count == 1) return cell.entry[0];
+        uint16_t& slot = slots_[q_fine_cell(r, g, b)];
+        if (slot == 0) slot = fill(r, g, b);
+        if (slot < kFirstList) return slot - 1;
+        const Cell& cell = lists_[slot - kFirstList];
         if (cell.count > kMax) {
             return search_.nearest(static_cast<float>(r), static_cast<float>(g),
                                    static_cast<float>(b), cell.entry[0]);
         }
-        // Candidates are in index order: the first of equally near entries wins.
+        // A fixed number of rounds without branches: the count varies from cell to cell and a
+        // loop over it mispredicts. Candidates are in index order and the padding repeats the
+        // first, so the first of equally near entries wins.
         int best = cell.entry[0], best_d = INT32_MAX;
-        for (int i = 0; i < cell.count; ++i) {
+        for (int i = 0; i < kMax; ++i) {
             const qPixRA e = palette_[cell.entry[i]];
             const int dr = r - e.red, dg = g - e.green, db = b - e.blue;
             const int d = dr * dr + dg * dg + db * db;
-            if (d < best_d) best_d = d, best = cell.entry[i];
+            best = d < best_d ? cell.entry[i] : best;
+            best_d = d < best_d ? d : best_d;
         }
         return best;
     }
 
 private:
-    void fill(Cell& cell, int r, int g, int b) const {
+    uint16_t fill(int r, int g, int b) const {
         const auto centre = [](int v) { return static_cast<float>((v & ~3) + 1.5); };
         const float cr = centre(r), cg = centre(g), cb = centre(b);
         float nearest = 0;
@@ -59,6 +72,7 @@ private:
         constexpr int kLoose = 32;
         uint8_t loose[kLoose];
         const int found = search_.within(cr, cg, cb, reach * reach, loose, kLoose);
+        Cell cell{};
         int kept = 0;
         for (int i = 0; i < found && i < kLoose && kept <= kMax; ++i) {
             if (loose[i] == first || may_beat(loose[i], first, r & ~3, g & ~3, b & ~3)) {
@@ -66,12 +80,17 @@ private:
                 ++kept;
             }
         }
+        if (found <= kLoose && kept == 1) return static_cast<uint16_t>(cell.entry[0] + 1);
+        if (used_ == kLists) return kFirstList;  // pool full: list 0, the full search
         if (found > kLoose || kept > kMax) {
             cell.count = kMax + 1;
             cell.entry[0] = static_cast<uint8_t>(first);
         } else {
             cell.count = static_cast<uint8_t>(kept);
+            for (int i = kept; i < kMax; ++i) cell.entry[i] = cell.entry[0];
         }
+        lists_[used_] = cell;
+        return static_cast<uint16_t>(kFirstList + used_++);
     }
 
     // Whether entry e is nearer than entry f (or as near with a lower index) to some colour of
@@ -90,7 +109,9 @@ private:
 
     const qNearestSearch& search_;
     const qPixRA* palette_;
-    Cell* cells_;
+    uint16_t* slots_;
+    Cell* lists_;
+    mutable int used_ = 1;
 };
 
 struct Rgb {
@@ -114,10 +135,10 @@ struct ErrorRows {
     qPixRA* from[2];
 };
 
-template <class Reader>
-int map_rows(qImageEdit& destination, const qImageAlias& source, Reader in,
-             const qIColormap* palette, const CellCache& cache, bool dither, bool opaque,
-             int strength256, ErrorRows rows, qIMonitor* monitor) {
+template <bool dither, class Reader>
+int map_rows(qImageEdit& destination, const qImageAlias& source, Reader& in,
+             const qIColormap* palette, const CellCache& cache, bool opaque, int strength256,
+             ErrorRows rows, qIMonitor* monitor) {
     const int width = destination.width(), height = destination.height();
     const int transparent = palette->min_t_index();
     const qPixRA* entries = palette->colors();
@@ -140,7 +161,7 @@ int map_rows(qImageEdit& destination, const qImageAlias& source, Reader in,
                 continue;
             }
             int index = cache.nearest(p.red, p.green, p.blue);
-            if (!dither) {
+            if constexpr (!dither) {
                 out[x] = static_cast<unsigned char>(index);
                 continue;
             }
@@ -197,7 +218,9 @@ int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColo
     }
 
     const qNearestSearch search(palette->colors(), palette->num_colors());
-    auto* cells = static_cast<CellCache::Cell*>(q_calloc(kFineCells, sizeof(CellCache::Cell)));
+    // The cell slots, then the pool of candidate lists.
+    auto* cells = static_cast<uint16_t*>(
+        q_calloc(kFineCells * sizeof(uint16_t) + CellCache::kLists * sizeof(CellCache::Cell), 1));
     // Two rows of errors and two of colours, each width + 2 long.
     const size_t row = static_cast<size_t>(destination.width()) + 2;
     void* block = nullptr;
@@ -217,13 +240,24 @@ int q_map_exact(qImageEdit& destination, const qImageAlias& source, const qIColo
     };
     const int strength256 =
         strength > 0 ? static_cast<int>(std::lround(std::min(strength, 1.0f) * 256)) : 0;
-    const CellCache cache(search, palette->colors(), cells);
+    const CellCache cache(search, palette->colors(), cells,
+                          reinterpret_cast<CellCache::Cell*>(cells + kFineCells));
     const bool diffuse = dither && strength256 > 0;
-    const int status = type == PT_BGRA32
-                           ? map_rows(destination, source, qBgra32Reader{}, palette, cache, diffuse,
-                                      opaque, strength256, rows, monitor)
-                           : map_rows(destination, source, qIndex8Reader(source.colormap()),
-                                      palette, cache, diffuse, opaque, strength256, rows, monitor);
+    // The mapper is chosen once: source reader, and whether to diffuse.
+    const auto run = [&](auto& reader) {
+        return diffuse ? map_rows<true>(destination, source, reader, palette, cache, opaque,
+                                        strength256, rows, monitor)
+                       : map_rows<false>(destination, source, reader, palette, cache, opaque,
+                                         strength256, rows, monitor);
+    };
+    int status = 0;
+    if (type == PT_BGRA32) {
+        qBgra32Reader reader;
+        status = run(reader);
+    } else {
+        qIndex8Reader reader(source.colormap());
+        status = run(reader);
+    }
     q_free(cells);
     q_free(block);
     return status;

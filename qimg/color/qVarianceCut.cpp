@@ -48,30 +48,28 @@ class Cutter {
 public:
     explicit Cutter(Moment* table) : m_(table) {}
 
+    // One pass: running sums along blue (line), over the green-blue plane (area), and plane by
+    // plane along red from the table's previous plane.
     void accumulate(const qColorCell* histogram) {
+        Moment area[kSide];
         for (int r = 1; r < kSide; ++r) {
+            for (Moment& a : area) a = Moment{};
             for (int g = 1; g < kSide; ++g) {
+                Moment line{};
                 for (int b = 1; b < kSide; ++b) {
                     const qColorCell& c = histogram[((r - 1) << 12) | ((g - 1) << 6) | (b - 1)];
-                    Moment& m = m_[at(r, g, b)];
                     if (c.count) {
                         const double sr = c.red, sg = c.green, sb = c.blue;
-                        m = Moment{c.count, c.red, c.green, c.blue,
-                                   (sr * sr + sg * sg + sb * sb) / c.count};
+                        line += Moment{c.count, c.red, c.green, c.blue,
+                                       (sr * sr + sg * sg + sb * sb) / c.count};
                     }
+                    area[b] += line;
+                    Moment m = m_[at(r - 1, g, b)];
+                    m += area[b];
+                    m_[at(r, g, b)] = m;
                 }
             }
         }
-        // Prefix sums along blue, then green, then red.
-        for (int r = 1; r < kSide; ++r)
-            for (int g = 1; g < kSide; ++g)
-                for (int b = 1; b < kSide; ++b) m_[at(r, g, b)] += m_[at(r, g, b - 1)];
-        for (int r = 1; r < kSide; ++r)
-            for (int g = 1; g < kSide; ++g)
-                for (int b = 1; b < kSide; ++b) m_[at(r, g, b)] += m_[at(r, g - 1, b)];
-        for (int r = 1; r < kSide; ++r)
-            for (int g = 1; g < kSide; ++g)
-                for (int b = 1; b < kSide; ++b) m_[at(r, g, b)] += m_[at(r - 1, g, b)];
     }
 
     Moment totals(const Box& x) const {
