@@ -172,9 +172,10 @@ int map_rows(qImageEdit& destination, const qImageAlias& source, Reader& in,
             if (miss > kMatchDistance) {
                 // Floyd-Steinberg weights, from neighbours of similar colour only.
                 Rgb sum{0, 0, 0};
+                // Without branches: whether a neighbour counts changes from pixel to pixel.
                 const auto take = [&](const Rgb& e, qPixRA from, int weight) {
-                    if (from.alpha == 0 || !similar(from, p)) return;
-                    sum.r += weight * e.r, sum.g += weight * e.g, sum.b += weight * e.b;
+                    const int w = weight * ((from.alpha != 0) & similar(from, p));
+                    sum.r += w * e.r, sum.g += w * e.g, sum.b += w * e.b;
                 };
                 take(here[x - d], here_from[x - d], 7);
                 take(above[x - d], above_from[x - d], 3);
