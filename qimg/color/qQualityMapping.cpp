@@ -28,22 +28,35 @@ public:
         uint8_t count;        // kMax + 1: too many candidates, entry[0] is where the search starts
         uint8_t entry[kMax];  // ascending; shorter lists repeat entry[0] at the end
     };
-    // Slot values: 0 not worked out yet; 1..256 the cell's one entry + 1; from kFirstList on, a
-    // list of the pool. List 0 stands for the full search.
-    static constexpr int kFirstList = 257;
-    static constexpr int kLists = 65536 - kFirstList;
+    // A slot holds 0 while its cell is not worked out, else 1 + the number of its list. Lists
+    // 0..255 are the one-entry lists of the palette's entries, list kFullSearch stands for the
+    // full search, and the pool follows. With large palettes even a cell with one entry goes
+    // through its list: one path for all cells, without a branch that would guess wrong on
+    // every other pixel. With small palettes nearly every cell has one entry, the branch guesses
+    // right, and the slot alone answers.
+    static constexpr int kFullSearch = 256;
+    static constexpr int kLists = 65535;
+    static constexpr int kSmallPalette = 64;
 
     CellCache(const qNearestSearch& search, const qPixRA* palette, uint16_t* slots, Cell* lists)
-        : search_(search), palette_(palette), slots_(slots), lists_(lists) {
-        lists_[0].count = kMax + 1;
-        lists_[0].entry[0] = 0;
+        : search_(search),
+          palette_(palette),
+          slots_(slots),
+          lists_(lists),
+          uniform_(search.size() > kSmallPalette) {
+        for (int e = 0; e < 256; ++e) {
+            lists_[e].count = 1;
+            for (uint8_t& entry : lists_[e].entry) entry = static_cast<uint8_t>(e);
+        }
+        lists_[kFullSearch].count = kMax + 1;
+        lists_[kFullSearch].entry[0] = 0;
     }
 
     int nearest(int r, int g, int b) const {
         uint16_t& slot = slots_[q_fine_cell(r, g, b)];
         if (slot == 0) slot = fill(r, g, b);
-        if (slot < kFirstList) return slot - 1;
-        const Cell& cell = lists_[slot - kFirstList];
+        if (!uniform_ && slot <= kFullSearch) return slot - 1;
+        const Cell& cell = lists_[slot - 1];
         if (cell.count > kMax) {
             return search_.nearest(static_cast<float>(r), static_cast<float>(g),
                                    static_cast<float>(b), cell.entry[0]);
@@ -81,7 +94,7 @@ private:
             }
         }
         if (found <= kLoose && kept == 1) return static_cast<uint16_t>(cell.entry[0] + 1);
-        if (used_ == kLists) return kFirstList;  // pool full: list 0, the full search
+        if (used_ == kLists) return kFullSearch + 1;  // pool full
         if (found > kLoose || kept > kMax) {
             cell.count = kMax + 1;
             cell.entry[0] = static_cast<uint8_t>(first);
@@ -90,7 +103,7 @@ private:
             for (int i = kept; i < kMax; ++i) cell.entry[i] = cell.entry[0];
         }
         lists_[used_] = cell;
-        return static_cast<uint16_t>(kFirstList + used_++);
+        return static_cast<uint16_t>(1 + used_++);
     }
 
     // Whether entry e is nearer than entry f (or as near with a lower index) to some colour of
@@ -111,7 +124,8 @@ private:
     const qPixRA* palette_;
     uint16_t* slots_;
     Cell* lists_;
-    mutable int used_ = 1;
+    mutable int used_ = kFullSearch + 1;
+    bool uniform_;
 };
 
 struct Rgb {
