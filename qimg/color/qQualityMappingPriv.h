@@ -9,7 +9,7 @@
 //  - a pixel passes on 7/8 of its error, and what a pixel receives is limited to kErrorLimit per
 //    channel, so error cannot build up into streaks and worms; the share kept back costs little
 //    banding but takes much of the noise out of smooth gradients.
-// The colour-mapping operations of the specified palette kinds are untouched by this.
+// The mapping and dithering of the other palette kinds (qImageEdit) are not touched by this.
 #pragma once
 
 #include "qimg/core/qExport.h"
