@@ -17,15 +17,30 @@ namespace py = pybind11;
 namespace qimg_python {
 namespace {
 
-// What qimg.open returns: the animation inside a facade. The frames never change after
-// reading; only the animation's cursor moves while frames are composed, under `cursor`.
+// What qimg.open returns. The frames never change after reading; only the animation's cursor
+// moves while frames are composed, under `cursor`.
 struct GifFile {
-    qImageProxy proxy;
-    qGifAnimation* animation = nullptr;
+    qGifAnimation animation;
     std::mutex cursor;
 
-    int num_frames() const { return animation->num_frames(); }
+    int num_frames() const { return const_cast<qGifAnimation&>(animation).num_frames(); }
 };
+
+// read_stream's answer for a stream without screen and without image.
+constexpr int kNothingUsable = -1000;
+
+// The facade's reading rules, kept here because the facade answers -1 for every stream that
+// yields no screen, and Python callers should hear what was wrong with the data: complete
+// frames before a break or a cancel stay, and an empty screen takes the first image's size.
+int read_stream(qIFileR* source, PythonMonitor* monitor, qGifAnimation* animation) {
+    int status = animation->read(source, monitor);
+    if (animation->valid()) status = 0;
+    if (status == 0 && animation->size().empty()) {
+        const qIComponent* leaf = animation->current_leaf();
+        status = leaf ? animation->set_screen_size(leaf->size()) : kNothingUsable;
+    }
+    return status;
+}
 
 // One frame, holding its animation alive.
 struct FrameView {
@@ -42,19 +57,17 @@ std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& pr
     if (py::isinstance<py::str>(source) || py::isinstance(source, os.attr("PathLike"))) {
         const py::bytes path = os.attr("fsencode")(source);
         const std::string name = path;
-        // The library answers -3 both for a file it cannot open and for one cut short; a
-        // failed open is an OSError with the system's reason, a short file a format error.
-        std::FILE* file = std::fopen(name.c_str(), "rb");
-        if (!file) {
+        // A file that cannot be opened is an OSError with the system's reason.
+        qFileR file;
+        if (!file.open(name.c_str())) {
             PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, source.ptr());
             py::error_already_set error;
             error.value().attr("status") = static_cast<int>(ST_READ_ERROR);
             error.value().attr("status_text") = status_text(ST_READ_ERROR);
             throw error;
         }
-        std::fclose(file);
         py::gil_scoped_release unlocked;
-        status = gif->proxy.read_gif(name.c_str(), &monitor);
+        status = read_stream(&file, &monitor, &gif->animation);
     } else {
         py::object bytes = source;
         if (py::hasattr(source, "read")) bytes = source.attr("read")();
@@ -67,12 +80,14 @@ std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& pr
         }
         qMemoryR memory(data.ptr, static_cast<size_t>(data.size * data.itemsize));
         py::gil_scoped_release unlocked;
-        status = gif->proxy.read_gif(&memory, &monitor);
+        status = read_stream(&memory, &monitor, &gif->animation);
     }
-    if (status == ST_READ_ERROR) raise_status_as(format_error(), status, "reading GIF");
-    monitor.finish(status, "reading GIF");
-    gif->animation = dynamic_cast<qGifAnimation*>(gif->proxy.animation());
-    if (!gif->animation) raise_status(ST_BAD_ARGUMENT, "reading GIF");
+    monitor.finish(ST_OK, "reading GIF");
+    // Once the source is open, every failure but a lack of memory is a fault of the data: data
+    // that end early (-3), an image without colour map (-5) or of width 0 (-6) included.
+    if (status == kNothingUsable) raise_status_as(format_error(), ST_NO_MEMORY, "reading GIF");
+    if (status < 0 && status != ST_NO_MEMORY) raise_status_as(format_error(), status, "reading GIF");
+    check_status(status, "reading GIF");
     return gif;
 }
 
@@ -96,11 +111,11 @@ class ComposedFrames {
 public:
     ComposedFrames(py::object owner, py::object progress)
         : owner_(std::move(owner)), gif_(owner_.cast<GifFile*>()), progress_(std::move(progress)) {
-        check_status(canvas_.Create_buffer(gif_->proxy.size(), PT_BGRA32, nullptr),
+        check_status(canvas_.Create_buffer(gif_->animation.size(), PT_BGRA32, nullptr),
                      "making the canvas");
         check_status(view_.Bind(static_cast<qIImageBuffer*>(&canvas_)), "making the canvas");
         std::lock_guard lock(gif_->cursor);
-        check_status(composer_.begin(gif_->animation, &view_), "composing");
+        check_status(composer_.begin(&gif_->animation, &view_), "composing");
     }
 
     py::tuple next() {
@@ -114,7 +129,7 @@ public:
             status = composer_.compose_to(next_, &interrupt);
         }
         interrupt.finish(status, "composing");
-        const int delay = gif_->animation->frame(next_)->frame_delay();
+        const int delay = gif_->animation.frame(next_)->frame_delay();
         ++next_;
         PythonMonitor reporter(progress_);
         reporter.progress(next_, total, 0, 1);
@@ -189,18 +204,18 @@ void add_gif(py::module_& m) {
         .def_property_readonly(
             "size",
             [](const GifFile& g) {
-                const qSize s = g.proxy.size();
+                const qSize s = g.animation.size();
                 return py::make_tuple(s.width, s.height);
             },
             "(width, height) of the logical screen.")
         .def_property_readonly(
-            "width", [](const GifFile& g) { return g.proxy.size().width; }, "Screen width.")
+            "width", [](const GifFile& g) { return g.animation.size().width; }, "Screen width.")
         .def_property_readonly(
-            "height", [](const GifFile& g) { return g.proxy.size().height; }, "Screen height.")
+            "height", [](const GifFile& g) { return g.animation.size().height; }, "Screen height.")
         .def_property_readonly(
             "loop_count",
             [](const GifFile& g) {
-                const int passes = g.animation->loop_count();
+                const int passes = g.animation.loop_count();
                 return passes < 0 ? 0 : passes;
             },
             "How many times the animation plays: 0 for endlessly, 1 when the file says\n"
@@ -209,8 +224,8 @@ void add_gif(py::module_& m) {
             "comments",
             [](const GifFile& g) {
                 py::list comments;
-                for (int i = 0; i < g.animation->num_comments(); ++i) {
-                    const qObjArray<char>* text = g.animation->comment(i);
+                for (int i = 0; i < g.animation.num_comments(); ++i) {
+                    const qObjArray<char>* text = g.animation.comment(i);
                     comments.append(py::bytes(text->count() ? &(*text)[0] : "",
                                               static_cast<size_t>(text->count())));
                 }
@@ -224,7 +239,7 @@ void add_gif(py::module_& m) {
                 GifFile& g = self.cast<GifFile&>();
                 if (index < 0) index += g.num_frames();
                 if (index < 0 || index >= g.num_frames()) throw py::index_error("no such frame");
-                return FrameView{self, g.animation->frame(index)};
+                return FrameView{self, g.animation.frame(index)};
             },
             "Frame i (negative counts from the end).")
         .def(
@@ -238,7 +253,7 @@ void add_gif(py::module_& m) {
             "(height, width, 4). progress(done, total) hears the frames done and may answer\n"
             "False to stop (qimg.Cancelled).")
         .def("__repr__", [](const GifFile& g) {
-            const qSize s = g.proxy.size();
+            const qSize s = g.animation.size();
             return "<qimg.Animation " + std::to_string(s.width) + "x" + std::to_string(s.height) +
                    ", " + std::to_string(g.num_frames()) + " frames>";
         });
