@@ -4,8 +4,10 @@
 #include <pybind11/stl.h>
 #include <qimg/qimg.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
+#include <cmath>
 #include <optional>
 #include <string>
 #include <variant>
@@ -39,6 +41,12 @@ void bind(qImageAlias& view, unsigned char* data, const PixelArray& p, const cha
     check_status(view.Bind(data, qSize(p.width, p.height), stride, type), name);
 }
 
+// Pixels that `length` source pixels cover at `factor`; the transfer refuses bad factors.
+int magnified(int length, float factor) {
+    const double pixels = std::floor(length * static_cast<double>(factor));
+    return std::isfinite(factor) && factor > 0 ? static_cast<int>(std::min(pixels, 1e9)) : 1;
+}
+
 void draw(const py::object& target, const py::object& source, std::array<int, 2> position,
           std::optional<std::array<int, 4>> clip, const std::string& mode, int opacity,
           std::variant<float, std::array<float, 2>> scale, py::object progress) {
@@ -59,9 +67,13 @@ void draw(const py::object& target, const py::object& source, std::array<int, 2>
     bind(dst_view, static_cast<unsigned char*>(dst.array.mutable_data()), dst, "target");
     bind(src_view, const_cast<unsigned char*>(static_cast<const unsigned char*>(src.array.data())),
          src, "source");
-    const qRect area = clip ? qRect((*clip)[0], (*clip)[1], (*clip)[2], (*clip)[3])
-                            : qRect(0, 0, dst.width, dst.height);
-    // The source's top-left corner lands on `position`; `area` starts elsewhere in it.
+    // The area written: the clip, the target and the magnified source where it lands, cut
+    // here so that the transfer starts inside the source and ends at its edge.
+    const qRect clip_rect = clip ? qRect((*clip)[0], (*clip)[1], (*clip)[2], (*clip)[3])
+                                 : qRect(0, 0, dst.width, dst.height);
+    const qRect placed(position[0], position[1], magnified(src.width, factors[0]),
+                       magnified(src.height, factors[1]));
+    const qRect area = clip_rect.intersect(qRect(0, 0, dst.width, dst.height)).intersect(placed);
     const qPoint from(area.x - position[0], area.y - position[1]);
     PythonMonitor monitor(std::move(progress));
     int status;

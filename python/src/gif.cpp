@@ -86,7 +86,8 @@ std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& pr
     // Once the source is open, every failure but a lack of memory is a fault of the data: data
     // that end early (-3), an image without colour map (-5) or of width 0 (-6) included.
     if (status == kNothingUsable) raise_status_as(format_error(), ST_NO_MEMORY, "reading GIF");
-    if (status < 0 && status != ST_NO_MEMORY) raise_status_as(format_error(), status, "reading GIF");
+    if (status < 0 && status != ST_NO_MEMORY)
+        raise_status_as(format_error(), status, "reading GIF");
     check_status(status, "reading GIF");
     return gif;
 }
