@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -68,17 +69,23 @@ int to_bgra_image(const PixelArray& pixels, qDirectImage* image) {
     return 0;
 }
 
-py::array_t<unsigned char> rgba_from_bgra(const unsigned char* bgra, qSize size, int stride) {
+py::array_t<unsigned char> rgba_from_bgra(const unsigned char* bgra, qSize size) {
     py::array_t<unsigned char> rgba({size.height, size.width, 4});
     unsigned char* out = rgba.mutable_data();
     {
         py::gil_scoped_release unlocked;
-        for (int y = 0; y < size.height; ++y) {
-            swap_red_blue(bgra + static_cast<std::ptrdiff_t>(y) * stride,
-                          out + static_cast<std::ptrdiff_t>(y) * size.width * 4, size.width);
-        }
+        swap_red_blue(bgra, out, size.width * size.height);
     }
     return rgba;
+}
+
+py::array_t<unsigned char> rgba_taking_bgra(unsigned char* bgra, qSize size) {
+    py::capsule owner(bgra, [](void* p) { std::free(p); });
+    {
+        py::gil_scoped_release unlocked;
+        swap_red_blue(bgra, bgra, size.width * size.height);
+    }
+    return py::array_t<unsigned char>({size.height, size.width, 4}, bgra, owner);
 }
 
 py::array_t<unsigned char> palette_array(const qIColormap* colormap) {

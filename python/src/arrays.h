@@ -26,9 +26,10 @@ struct PixelArray {
 // Needs no GIL. Returns the status of creating the buffer.
 int to_bgra_image(const PixelArray& pixels, qDirectImage* image);
 
-// A new (height, width, 4) RGBA array from BGRA rows `stride` bytes apart. The copy itself
-// runs without the GIL.
-pybind11::array_t<unsigned char> rgba_from_bgra(const unsigned char* bgra, qSize size, int stride);
+// A new (height, width, 4) RGBA array from packed BGRA rows. The copy runs without the GIL.
+pybind11::array_t<unsigned char> rgba_from_bgra(const unsigned char* bgra, qSize size);
+// The same in place: takes `bgra` (from std::malloc), which the array frees.
+pybind11::array_t<unsigned char> rgba_taking_bgra(unsigned char* bgra, qSize size);
 
 // The entries of `colormap` as a new (n, 4) RGBA array.
 pybind11::array_t<unsigned char> palette_array(const qIColormap* colormap);

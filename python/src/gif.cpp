@@ -4,9 +4,13 @@
 #include <qimg/qimg.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "arrays.h"
 #include "errors.h"
@@ -48,6 +52,23 @@ struct FrameView {
     const qGifFrame* frame;
 };
 
+// The whole file at `path`; false (errno set) when it cannot be opened or read.
+bool read_file(const char* path, std::vector<unsigned char>* bytes) {
+    std::FILE* file = std::fopen(path, "rb");
+    if (!file) return false;
+    bool ok = std::fseek(file, 0, SEEK_END) == 0;
+    const long size = ok ? std::ftell(file) : -1;
+    ok = size >= 0 && std::fseek(file, 0, SEEK_SET) == 0;
+    if (ok) {
+        bytes->resize(static_cast<size_t>(size));
+        ok = std::fread(bytes->data(), 1, bytes->size(), file) == bytes->size();
+    }
+    const int error = errno;
+    std::fclose(file);
+    errno = error;
+    return ok;
+}
+
 // Reads `source` (a path, a bytes-like object, or a binary file object) into a new GifFile.
 std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& progress) {
     auto gif = std::make_unique<GifFile>();
@@ -57,17 +78,24 @@ std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& pr
     if (py::isinstance<py::str>(source) || py::isinstance(source, os.attr("PathLike"))) {
         const py::bytes path = os.attr("fsencode")(source);
         const std::string name = path;
-        // A file that cannot be opened is an OSError with the system's reason.
-        qFileR file;
-        if (!file.open(name.c_str())) {
+        // Read whole: one read is cheaper than the stream's many small reads and seeks. A file
+        // that cannot be read is an OSError with the system's reason.
+        std::vector<unsigned char> bytes;
+        bool read;
+        {
+            py::gil_scoped_release unlocked;
+            read = read_file(name.c_str(), &bytes);
+        }
+        if (!read) {
             PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, source.ptr());
             py::error_already_set error;
             error.value().attr("status") = static_cast<int>(ST_READ_ERROR);
             error.value().attr("status_text") = status_text(ST_READ_ERROR);
             throw error;
         }
+        qMemoryR memory(bytes.data(), bytes.size());
         py::gil_scoped_release unlocked;
-        status = read_stream(&file, &monitor, &gif->animation);
+        status = read_stream(&memory, &monitor, &gif->animation);
     } else {
         py::object bytes = source;
         if (py::hasattr(source, "read")) bytes = source.attr("read")();
@@ -107,14 +135,21 @@ py::array frame_indices(const FrameView& view) {
     return indices;
 }
 
-// composed(): a canvas of the screen's size on which the frames are played in order.
+// composed(): a canvas of the screen's size on which the frames are played in order. Each frame
+// goes out as a new array; the last one takes the canvas itself, so a still GIF costs one buffer.
 class ComposedFrames {
 public:
     ComposedFrames(py::object owner, py::object progress)
         : owner_(std::move(owner)), gif_(owner_.cast<GifFile*>()), progress_(std::move(progress)) {
-        check_status(canvas_.Create_buffer(gif_->animation.size(), PT_BGRA32, nullptr),
-                     "making the canvas");
-        check_status(view_.Bind(static_cast<qIImageBuffer*>(&canvas_)), "making the canvas");
+        size_ = gif_->animation.size();
+        const int stride = row_bytes(size_.width, PT_BGRA32);
+        if (stride < 0 || size_.height <= 0 || int64_t{stride} * size_.height > INT_MAX) {
+            raise_status(ST_UNSUPPORTED, "making the canvas");
+        }
+        pixels_.reset(
+            static_cast<unsigned char*>(std::malloc(size_t{4} * size_.width * size_.height)));
+        if (!pixels_) raise_status(ST_NO_MEMORY, "making the canvas");
+        check_status(view_.Bind(pixels_.get(), size_, stride, PT_BGRA32), "making the canvas");
         std::lock_guard lock(gif_->cursor);
         check_status(composer_.begin(&gif_->animation, &view_), "composing");
     }
@@ -132,21 +167,27 @@ public:
         interrupt.finish(status, "composing");
         const int delay = gif_->animation.frame(next_)->frame_delay();
         ++next_;
-        PythonMonitor reporter(progress_);
-        reporter.progress(next_, total, 0, 1);
-        reporter.finish(ST_OK, "composing");
-        const qSize size = view_.size();
-        return py::make_tuple(rgba_from_bgra(canvas_.pixel_address(0, 0), size, size.width * 4),
-                              delay);
+        if (!progress_.is_none()) {
+            PythonMonitor reporter(progress_);
+            reporter.progress(next_, total, 0, 1);
+            reporter.finish(ST_OK, "composing");
+        }
+        if (next_ < total) return py::make_tuple(rgba_from_bgra(pixels_.get(), size_), delay);
+        return py::make_tuple(rgba_taking_bgra(pixels_.release(), size_), delay);
     }
 
     int remaining() const { return gif_->num_frames() - next_; }
 
 private:
+    struct Free {
+        void operator()(unsigned char* p) const { std::free(p); }
+    };
+
     py::object owner_;
     GifFile* gif_;
     py::object progress_;
-    qDirectImage canvas_;
+    qSize size_;
+    std::unique_ptr<unsigned char, Free> pixels_;
     qImageEdit view_;
     qFrameComposer composer_;
     int next_ = 0;
