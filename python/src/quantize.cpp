@@ -22,6 +22,17 @@ qCmapType palette_kind(const std::string& name) {
     throw py::value_error("palette must be 'adaptive', 'cube' or 'grey', not '" + name + "'");
 }
 
+// At most `colors` entries, the last one transparent white unless `opaque`.
+int make_palette(qColorQuantProxy* quant, const qDirectImage* source, int colors, qCmapType kind,
+                 bool opaque, int min_alpha) {
+    if (kind != CM_ADAPTIVE) return quant->create_fixed_colormap(colors, kind, !opaque);
+    int status = quant->create_quantizer();
+    if (status == 0)
+        status = quant->prescan_quantize(source, static_cast<unsigned char>(min_alpha));
+    if (status == 0) status = quant->select_colors(colors, !opaque);
+    return status;
+}
+
 py::tuple quantize(const py::object& image, int colors, const std::string& palette, bool dither,
                    float color_strength, float alpha_strength, py::object opaque_arg, int min_alpha,
                    py::object progress) {
@@ -31,31 +42,34 @@ py::tuple quantize(const py::object& image, int colors, const std::string& palet
     if (min_alpha < 0 || min_alpha > 255) throw py::value_error("min_alpha must be 0..255");
     const bool opaque = opaque_arg.is_none() ? pixels.channels == 3 : opaque_arg.cast<bool>();
 
+    // The facade's steps without its copy of the picture: the palette, then a new index image
+    // mapped from the caller's pixels.
     qDirectImage source;
-    qImageProxy proxy;
+    qColorQuantProxy quant;
+    qIndexImage result;
     PythonMonitor monitor(std::move(progress));
     int status;
     {
         py::gil_scoped_release unlocked;
         status = to_bgra_image(pixels, &source);
-        if (status == 0) status = proxy.Set(&source);
+        if (status == 0) status = make_palette(&quant, &source, colors, kind, opaque, min_alpha);
+        const qIColormap* palette = kind == CM_ADAPTIVE ? quant.colormap() : quant.fixed_colormap();
+        if (status == 0) status = result.Create_buffer(source.size(), PT_INDEX8);
+        if (status == 0) status = result.set_colormap(palette, -1);
         if (status == 0) {
-            status = proxy.quantize_colors(colors, kind, dither ? QT_DIFFUSION : QT_NEAREST, opaque,
-                                           color_strength, alpha_strength,
-                                           static_cast<unsigned char>(min_alpha), &monitor);
+            status = result.map_from_image(&source, dither ? QT_DIFFUSION : QT_NEAREST, opaque,
+                                           color_strength, alpha_strength, &monitor);
         }
     }
     monitor.finish(status, "quantizing");
 
-    const auto* result = dynamic_cast<const qIIndexImage*>(proxy.current_leaf());
-    if (!result) raise_status(ST_BAD_ARGUMENT, "quantizing");
     py::array_t<unsigned char> indices({pixels.height, pixels.width});
     unsigned char* out = indices.mutable_data();
     for (int y = 0; y < pixels.height; ++y) {
-        std::memcpy(out + static_cast<std::ptrdiff_t>(y) * pixels.width,
-                    result->pixel_address(y, 0), static_cast<size_t>(pixels.width));
+        std::memcpy(out + static_cast<std::ptrdiff_t>(y) * pixels.width, result.pixel_address(y, 0),
+                    static_cast<size_t>(pixels.width));
     }
-    return py::make_tuple(indices, palette_array(result->colormap()));
+    return py::make_tuple(indices, palette_array(result.colormap()));
 }
 
 }  // namespace
