@@ -74,7 +74,9 @@ void draw(const py::object& target, const py::object& source, std::array<int, 2>
     const qRect placed(position[0], position[1], magnified(src.width, factors[0]),
                        magnified(src.height, factors[1]));
     const qRect area = clip_rect.intersect(qRect(0, 0, dst.width, dst.height)).intersect(placed);
-    const qPoint from(area.x - position[0], area.y - position[1]);
+    // Inside the placed source the difference fits; an empty area draws nothing anyway.
+    const qPoint from =
+        !area.empty() ? qPoint(area.x - position[0], area.y - position[1]) : qPoint(0, 0);
     PythonMonitor monitor(std::move(progress));
     int status;
     {

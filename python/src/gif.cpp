@@ -150,6 +150,7 @@ public:
             static_cast<unsigned char*>(std::malloc(size_t{4} * size_.width * size_.height)));
         if (!pixels_) raise_status(ST_NO_MEMORY, "making the canvas");
         check_status(view_.Bind(pixels_.get(), size_, stride, PT_BGRA32), "making the canvas");
+        if (gif_->num_frames() == 0) return;  // a screen without images: nothing to compose
         std::lock_guard lock(gif_->cursor);
         check_status(composer_.begin(&gif_->animation, &view_), "composing");
     }

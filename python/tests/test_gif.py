@@ -135,6 +135,11 @@ def test_broken_data_raise(data, status):
     assert qimg.status_text(status) in str(caught.value)
 
 
+def test_a_screen_without_images():
+    gif = qimg.open(b"GIF89a" + SCREEN + b";")
+    assert (gif.size, len(gif), list(gif.composed())) == ((1, 1), 0, [])
+
+
 def test_bad_sources_raise(tmp_path):
     with pytest.raises(FileNotFoundError) as caught:
         qimg.open(tmp_path / "missing.gif")

@@ -132,6 +132,13 @@ def test_draw_rgb_and_strided_arrays():
     assert np.array_equal(rgb_target[:6, :7], rgb)
 
 
+def test_draw_far_outside_changes_nothing():
+    target = np.zeros((4, 4, 4), np.uint8)
+    for position in [(-(2**31), 0), (2**31 - 1, 2**31 - 1), (0, 4)]:
+        qimg.draw(target, np.full((3, 3, 4), 255, np.uint8), position, scale=1e30)
+    assert not target.any()
+
+
 def test_draw_opacity_and_blend():
     target = np.zeros((2, 2, 4), np.uint8)
     source = np.full((2, 2, 4), 255, np.uint8)
