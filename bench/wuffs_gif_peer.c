@@ -5,11 +5,11 @@
 #define WUFFS_CONFIG__MODULE__BASE
 #define WUFFS_CONFIG__MODULE__GIF
 #define WUFFS_CONFIG__MODULE__LZW
-#include "wuffs-v0.3.c"
-
 #include "wuffs_gif_peer.h"
 
 #include <stdlib.h>
+
+#include "wuffs-v0.3.c"
 
 int64_t wuffs_gif_peer_decode(const uint8_t* data, size_t length, wuffs_gif_peer_frame_fn on_frame,
                               void* context) {
@@ -56,10 +56,9 @@ int64_t wuffs_gif_peer_decode(const uint8_t* data, size_t length, wuffs_gif_peer
             wuffs_gif__decoder__decode_frame_config(decoder, &frame_config, &source);
         if (status.repr == wuffs_base__note__end_of_data) break;
         if (status.repr != NULL) goto done;
-        status = wuffs_gif__decoder__decode_frame(decoder, &buffer, &source,
-                                                  WUFFS_BASE__PIXEL_BLEND__SRC,
-                                                  wuffs_base__make_slice_u8(workbuf, workbuf_bytes),
-                                                  NULL);
+        status = wuffs_gif__decoder__decode_frame(
+            decoder, &buffer, &source, WUFFS_BASE__PIXEL_BLEND__SRC,
+            wuffs_base__make_slice_u8(workbuf, workbuf_bytes), NULL);
         if (status.repr != NULL) goto done;
         const wuffs_base__rect_ie_u32 r = wuffs_base__frame_config__bounds(&frame_config);
         sum += (int64_t)(r.max_excl_x - r.min_incl_x) * (r.max_excl_y - r.min_incl_y);
