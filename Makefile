@@ -100,6 +100,7 @@ bench:
 	cmake --build build/bench -j$(JOBS)
 	@[ -f build/bench/gif-dithered-1920x1080.gif ] || \
 	    tests/gif/corpus/make-corpus.sh --bench-still build/bench/gif-dithered-1920x1080.gif
+	@[ -d build/bench/gif-classes ] || bench/make-gif-classes.sh build/bench/gif-classes
 	@if [ -x build/bench/bench/qimg_bench ]; then build/bench/bench/qimg_bench; \
 	 else echo "no benchmarks built yet"; fi
 
