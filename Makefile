@@ -17,10 +17,18 @@ BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev 
                   libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
 FORMAT_PACKAGES := clang-format
+# The Python package: pybind11 and numpy build it; pytest runs its tests and Pillow is the peer
+# they (and the Python benchmark) compare with. Always Debian's interpreter, whose packages these
+# are, and a release library of its own: a sanitized one cannot be loaded into Python.
+PYTHON := /usr/bin/python3
+PYTHON_PACKAGES := $(BUILD_PACKAGES) python3-dev pybind11-dev python3-numpy python3-pytest python3-pil
+PYTHON_BUILD := build/python
+RUN_PYTHON := PYTHONPATH=$(PYTHON_BUILD)/python $(PYTHON)
 # The 32-bit build compiles GoogleTest from the sources Debian ships in package googletest.
 TEST32_PACKAGES := $(BUILD_PACKAGES) g++-multilib googletest
 
-.PHONY: all test tsan test32 demo bench bench-quality fuzz fuzz-smoke format install-check clean
+.PHONY: all test tsan test32 demo bench bench-quality fuzz fuzz-smoke format install-check clean \
+        python test-python bench-python
 
 all: demo
 
@@ -30,6 +38,18 @@ test:
 	    -DQIMG_SANITIZE=ON -DQIMG_ALLOCATION_HOOK=ON
 	cmake --build build/test -j$(JOBS)
 	ctest --test-dir build/test --output-on-failure -j$(JOBS)
+	$(MAKE) test-python
+
+# The Python package in build/python/python/qimg; `cmake --install build/python` installs it.
+python:
+	$(ENSURE) $(PYTHON_PACKAGES)
+	$(CMAKE_CONFIGURE) -S . -B $(PYTHON_BUILD) -DCMAKE_BUILD_TYPE=Release -DQIMG_BUILD_TESTS=OFF \
+	    -DQIMG_BUILD_TOOLS=OFF -DQIMG_BUILD_EXAMPLES=OFF -DQIMG_BUILD_PYTHON=ON \
+	    -DPython3_EXECUTABLE=$(PYTHON)
+	cmake --build $(PYTHON_BUILD) -j$(JOBS)
+
+test-python: python
+	$(RUN_PYTHON) -m pytest -q -p no:cacheprovider python/tests
 
 # ThreadSanitizer on the thread test: only that program and the library are built.
 tsan:
@@ -66,6 +86,9 @@ demo:
 	$(QIMG) quantize $(SAMPLE_PNG) --colors 16 -o $(DEMO_OUT)/plasma-16-nearest.png
 	$(QIMG) quantize $(SAMPLE_PNG) --colors 16 --dither -o $(DEMO_OUT)/plasma-16-dithered.png
 	cd $(DEMO_OUT) && ../build/release/examples/qimg_tour
+	$(MAKE) python
+	$(RUN_PYTHON) examples/gif_sheet.py $(SAMPLE_GIF) $(DEMO_OUT)/python-sheet.png \
+	    $(DEMO_OUT)/python-frame0-16.png
 	@echo
 	@echo "Pictures written to $(DEMO_OUT)/:"
 	@ls -1 $(DEMO_OUT)
@@ -77,6 +100,7 @@ bench:
 	cmake --build build/bench -j$(JOBS)
 	@[ -f build/bench/gif-dithered-1920x1080.gif ] || \
 	    tests/gif/corpus/make-corpus.sh --bench-still build/bench/gif-dithered-1920x1080.gif
+	@[ -d build/bench/gif-classes ] || bench/make-gif-classes.sh build/bench/gif-classes
 	@if [ -x build/bench/bench/qimg_bench ]; then build/bench/bench/qimg_bench; \
 	 else echo "no benchmarks built yet"; fi
 
@@ -87,6 +111,11 @@ bench-quality:
 	    -DQIMG_BUILD_BENCH=ON
 	cmake --build build/bench -j$(JOBS) --target qimg_quantize_quality
 	build/bench/bench/qimg_quantize_quality
+
+# qimg's Python package beside Pillow on the same files, in one run.
+bench-python: python
+	$(ENSURE) lomiri-wallpapers-20.04
+	$(RUN_PYTHON) bench/python_bench.py
 
 # FUZZ_SECONDS bounds each target's run.
 FUZZ_SECONDS ?= 60
