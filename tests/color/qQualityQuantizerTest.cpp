@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "color/qTestImages.h"
@@ -12,6 +14,7 @@
 #include "qimg/color/qPaletteRefinementPriv.h"
 #include "qimg/color/qQualityMappingPriv.h"
 #include "qimg/color/qSafeColormap.h"
+#include "qimg/color/qVarianceCutPriv.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameDecorator.h"
@@ -142,6 +145,36 @@ TEST(qQualityQuantizerTest, MappingIsExactNearestAndDitherSparesPaletteColours) 
     }
 }
 
+TEST(qQualityQuantizerTest, CutsIsolateTightClusters) {
+    std::mt19937 rng(9);
+    for (int round = 0; round < 20; ++round) {
+        // Two colours 3 apart per cluster, clusters more than 24 apart on every channel.
+        const int clusters = 3 + round % 5;
+        std::vector<qColorCell> histogram(kFineCells);
+        std::vector<qPixRA> means;
+        while (static_cast<int>(means.size()) < clusters) {
+            const qPixRA c = rgba(rng() % 250, rng() % 250, rng() % 250);
+            const bool far = std::all_of(means.begin(), means.end(), [&](qPixRA m) {
+                return std::min({std::abs(m.red - c.red), std::abs(m.green - c.green),
+                                 std::abs(m.blue - c.blue)}) > 24;
+            });
+            if (!far) continue;
+            q_count_colour(histogram.data(), c);
+            q_count_colour(histogram.data(), rgba(c.red + 3, c.green + 3, c.blue + 3));
+            means.push_back(rgba(c.red + 2, c.green + 2, c.blue + 2));  // 1.5 rounded half up
+        }
+        qPixRA palette[256];
+        ASSERT_EQ(q_variance_cut(histogram.data(), clusters, palette), clusters);
+        std::vector<qPixRA> got(palette, palette + clusters);
+        const auto order = [](qPixRA a, qPixRA b) {
+            return std::tie(a.red, a.green, a.blue) < std::tie(b.red, b.green, b.blue);
+        };
+        std::sort(got.begin(), got.end(), order);
+        std::sort(means.begin(), means.end(), order);
+        EXPECT_EQ(got, means) << "round " << round;
+    }
+}
+
 TEST(qQualityQuantizerTest, RefinementNeverRaisesTheError) {
     std::mt19937 rng(5);
     for (int round = 0; round < 30; ++round) {
@@ -163,6 +196,42 @@ TEST(qQualityQuantizerTest, RefinementNeverRaisesTheError) {
         const double after = q_refine_palette(cells.data(), n, palette.data(), k, 4);
         EXPECT_NEAR(after, brute_cell_error(cells, palette), 1e-6 * before);
         EXPECT_LE(after, before) << "round " << round;
+    }
+}
+
+TEST(qQualityQuantizerTest, OnePassIsOneLloydStepWhenThatHelps) {
+    std::mt19937 rng(8);
+    for (int round = 0; round < 30; ++round) {
+        std::vector<qColorCell> cells(100);
+        for (qColorCell& c : cells) {
+            const qPixRA p = random_colour(rng);
+            c.count = 1 + rng() % 9;
+            c.red = p.red * c.count, c.green = p.green * c.count, c.blue = p.blue * c.count;
+        }
+        std::vector<qPixRA> palette;
+        for (int i = 0; i < 6; ++i) palette.push_back(random_colour(rng));
+        // Brute force: every cell to its nearest entry (lowest index on a tie), every entry to
+        // the mean of its cells, rounded half up.
+        qSafeColormap map;
+        for (int i = 0; i < 6; ++i) map.set_color(i, palette[i]);
+        int64_t sums[6][4] = {};
+        for (const qColorCell& c : cells) {
+            const qPixRA mean = rgba(c.red / c.count, c.green / c.count, c.blue / c.count);
+            int64_t* s = sums[brute_nearest(map, mean)];
+            s[0] += c.red, s[1] += c.green, s[2] += c.blue, s[3] += c.count;
+        }
+        std::vector<qPixRA> stepped = palette;
+        for (int e = 0; e < 6; ++e) {
+            const int64_t n = sums[e][3];
+            if (n == 0) continue;
+            stepped[e] = rgba(static_cast<int>((sums[e][0] + n / 2) / n),
+                              static_cast<int>((sums[e][1] + n / 2) / n),
+                              static_cast<int>((sums[e][2] + n / 2) / n));
+        }
+        const bool helps = brute_cell_error(cells, stepped) < brute_cell_error(cells, palette);
+        std::vector<qPixRA> refined = palette;
+        ASSERT_GE(q_refine_palette(cells.data(), 100, refined.data(), 6, 1), 0);
+        EXPECT_EQ(refined, helps ? stepped : palette) << "round " << round;
     }
 }
 
