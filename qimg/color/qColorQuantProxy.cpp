@@ -1,9 +1,9 @@
 #include "qimg/color/qColorQuantProxy.h"
 
 #include "qimg/color/qHeckbertQuantizer.h"
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 
@@ -33,14 +33,14 @@ constexpr CubeShape kCubes[] = {
     {150, 5, 6, 5},
     {125, 5, 5, 5},
     {100, 5, 5, 4},
-    { 80, 4, 5, 4},
-    { 64, 4, 4, 4},
-    { 48, 4, 4, 3},
-    { 36, 3, 4, 3},
-    { 27, 3, 3, 3},
-    { 18, 3, 3, 2},
-    { 12, 2, 3, 2},
-    {  8, 2, 2, 2},
+    {80,  4, 5, 4},
+    {64,  4, 4, 4},
+    {48,  4, 4, 3},
+    {36,  3, 4, 3},
+    {27,  3, 3, 3},
+    {18,  3, 3, 2},
+    {12,  2, 3, 2},
+    {8,   2, 2, 2},
 };
 
 // Writes from index `next`; returns the next free index.

@@ -1,6 +1,6 @@
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qFrameReductionPriv.h"
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
 
 int q_generate_palette(qColorQuantProxy& quant, const qIImageBuffer* image, int num_colors,
                        qCmapType cmap_type, bool opaque, unsigned char min_alpha,

@@ -39,9 +39,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 
@@ -293,7 +293,7 @@ int qHeckbertQuantizer::select_colors(int n, bool add_transparent) {
 
     Box boxes[kMaxBoxes];
     boxes[0] = Box{
-        { 0,  0,  0},
+        {0,  0,  0 },
         {31, 31, 31},
         0, 0
     };

@@ -1,8 +1,8 @@
 #include "qimg/gif/qGifAnimation.h"
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/gif/qGifFrame.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 // Growth steps of the frame and comment lists, and of the bytes of one comment.

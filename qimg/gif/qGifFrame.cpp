@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qColormap.h"
 #include "qimg/color/qFrameReductionPriv.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
@@ -13,6 +12,7 @@
 #include "qimg/gif/qIFileR.h"
 #include "qimg/gif/qLzwDecoder.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 qGifFrame::~qGifFrame() {
     clear();

@@ -7,13 +7,13 @@
 // between cancels it.
 #include <cstring>
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFormatPriv.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qIFileR.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 

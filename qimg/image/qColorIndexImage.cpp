@@ -1,8 +1,8 @@
 #include "qimg/image/qColorIndexImage.h"
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 qColorIndexImage::~qColorIndexImage() {
     clear();

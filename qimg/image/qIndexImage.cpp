@@ -1,10 +1,10 @@
 #include "qimg/image/qIndexImage.h"
 
-#include "qimg/color/qIColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
-#include "qimg/gif/qGifColormap.h"
 #include "qimg/image/qPixelBlockPriv.h"
+#include "qimg/palette/qIColormap.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
 

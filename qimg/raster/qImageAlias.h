@@ -12,10 +12,10 @@
 //   view.pixel_address(2, 1);                          // pixels + 80 + 4
 #pragma once
 
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/core/qPixel.h"
+#include "qimg/palette/qSafeColormap.h"
 
 class qIColormap;
 class qIImageBuffer;

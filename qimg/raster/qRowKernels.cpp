@@ -25,7 +25,7 @@
 #include "qimg/raster/qPixelOpsPriv.h"
 #include "qimg/raster/qRowKernelsPriv.h"
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 namespace {
 thread_local int g_kernel_limit = 3;
 }  // namespace
@@ -644,7 +644,7 @@ int processor_tier() {
 // The processor's tier, lowered by the test limit; 0 means the portable code only.
 int usable_tier() {
     const int tier = processor_tier();
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     const int limit = q_kernel_limit() < 0 ? 0 : q_kernel_limit();
     return tier < limit ? tier : limit;
 #else

@@ -31,7 +31,7 @@ using qGather32 = void (*)(unsigned char* out, const unsigned char* row, const i
 // The vector gather for this processor, or null where the portable loop serves.
 qGather32 q_fast_gather32();
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 // Test builds only (they carry the allocation hook too): caps the kernels chosen on this thread
 // so one processor can check every tier against the reference. 0 portable scalar kernels,
 // 1 the x86-64 baseline (SSE2), 2 AVX2, 3 or more the best the processor runs (the default).

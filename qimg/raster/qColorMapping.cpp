@@ -6,7 +6,7 @@
 // mapping (the diffusing mapper can dither them).
 #include <cstdint>
 
-#include "qimg/color/qColorMappingPriv.h"
+#include "qimg/raster/qColorMappingPriv.h"
 
 int q_prepare_mapping(const qImageEdit& destination, qRect area, const qImageAlias* source,
                       qPoint source_origin, const qIExColormap* map, qMappingJob& job) {

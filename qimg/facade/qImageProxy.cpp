@@ -1,4 +1,4 @@
-#include "qimg/core/qImageProxy.h"
+#include "qimg/facade/qImageProxy.h"
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"

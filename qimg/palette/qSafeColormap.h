@@ -5,7 +5,7 @@
 // source's palette in one; the block transfer compares two such copies with equals().
 #pragma once
 
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
 
 class QIMG_API qSafeColormap : public qIColormap {
 public:

@@ -1,6 +1,6 @@
 // qImageProxy::read_gif: a GIF stream into the facade, as a qGifAnimation.
 #include "qimg/core/qAllocPriv.h"
-#include "qimg/core/qImageProxy.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qFileR.h"
 #include "qimg/gif/qGifAnimation.h"
 

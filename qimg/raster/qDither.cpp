@@ -31,9 +31,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "qimg/color/qColorMappingPriv.h"
-#include "qimg/color/qDitherPriv.h"
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/raster/qColorMappingPriv.h"
+#include "qimg/raster/qDitherPriv.h"
 
 namespace {
 

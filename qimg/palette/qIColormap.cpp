@@ -1,4 +1,4 @@
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
 
 qIColormap::~qIColormap() = default;
 qIExColormap::~qIExColormap() = default;

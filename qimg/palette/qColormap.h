@@ -4,7 +4,7 @@
 // qColorIndexImage. Not copyable by value: copy_from() makes a copy and reports failure.
 #pragma once
 
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
 
 class QIMG_API qColormap : public qIColormap {
 public:

@@ -13,8 +13,8 @@
 #include "qimg/core/qMonitor.h"
 #include "qimg/raster/qImageEdit.h"
 #include "qimg/raster/qRowKernelsPriv.h"
+#include "qimg/raster/qScaledClipPriv.h"
 #include "qimg/raster/qTransferPlanPriv.h"
-#include "qimg/scale/qScaledClipPriv.h"
 
 namespace {
 

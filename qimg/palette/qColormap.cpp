@@ -1,4 +1,4 @@
-#include "qimg/color/qColormap.h"
+#include "qimg/palette/qColormap.h"
 
 #include "qimg/core/qAllocPriv.h"
 

@@ -11,11 +11,11 @@
 #include <cstdint>
 #include <typeinfo>
 
-#include "qimg/color/qIColormap.h"
-#include "qimg/color/qSafeColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/core/qMonitor.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/palette/qIColormap.h"
+#include "qimg/palette/qSafeColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 // Rows and columns one call maps, after checks and clipping.

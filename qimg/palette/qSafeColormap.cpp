@@ -1,4 +1,4 @@
-#include "qimg/color/qSafeColormap.h"
+#include "qimg/palette/qSafeColormap.h"
 
 #include <cstring>
 

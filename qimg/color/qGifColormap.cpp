@@ -24,7 +24,7 @@
 // grows by a constant. Only a strictly smaller distance replaces a cell's best, so among equal
 // distances the lower index wins. All arithmetic is exact in 32-bit integers (the largest
 // distance, 14 * 255^2, is far below 2^31).
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/color/qGifColormap.h"
 
 #include <cstring>
 
