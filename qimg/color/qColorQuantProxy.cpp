@@ -3,6 +3,7 @@
 #include "qimg/color/qHeckbertQuantizer.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/palette/qSafeColormap.h"
 
 namespace {
@@ -85,17 +86,17 @@ void qColorQuantProxy::release() {
 int qColorQuantProxy::create_quantizer() {
     release();
     quantizer_ = q_new<qHeckbertQuantizer>();
-    return quantizer_ ? 0 : -1;
+    return quantizer_ ? 0 : ST_NO_MEMORY;
 }
 
 int qColorQuantProxy::prescan_quantize(const qIImageBuffer* image, unsigned char min_alpha) {
-    if (!quantizer_ || !image) return -5;
+    if (!quantizer_ || !image) return ST_BAD_ARGUMENT;
     const qSize size = image->size();
     return quantizer_->prescan(image, qRect(0, 0, size.width, size.height), min_alpha);
 }
 
 int qColorQuantProxy::select_colors(int n, bool add_transparent) {
-    return quantizer_ ? quantizer_->select_colors(n, add_transparent) : -5;
+    return quantizer_ ? quantizer_->select_colors(n, add_transparent) : ST_BAD_ARGUMENT;
 }
 
 const qIColormap* qColorQuantProxy::colormap() const {
@@ -109,8 +110,8 @@ const qIColormap* qColorQuantProxy::fixed_colormap() const {
 int qColorQuantProxy::create_fixed_colormap(int n, qCmapType kind, bool add_transparent) {
     release();
     fixed_ = q_new<qSafeColormap>();
-    if (!fixed_) return -1;
-    if (kind != CM_CUBE && kind != CM_GRAY) return -6;
+    if (!fixed_) return ST_NO_MEMORY;
+    if (kind != CM_CUBE && kind != CM_GRAY) return ST_UNSUPPORTED;
 
     if (add_transparent) n -= 1;
     const int room = qSafeColormap::kCapacity - (add_transparent ? 1 : 0);

@@ -28,6 +28,8 @@
 
 #include <cstring>
 
+#include "qimg/core/qNoValuePriv.h"
+
 namespace {
 
 constexpr int kMaxDistance = 2147483647;
@@ -90,7 +92,7 @@ qPixRA qGifColormap::get_color(int index) const {
 
 int qGifColormap::map_color(unsigned char red, unsigned char green, unsigned char blue,
                             unsigned char alpha) const {
-    if (alpha < 128) return wrapped_ ? wrapped_->min_t_index() : -1;
+    if (alpha < 128) return wrapped_ ? wrapped_->min_t_index() : kNoValue;
     return lookup(red, green, blue);
 }
 
@@ -101,7 +103,7 @@ int qGifColormap::nearest_index(unsigned char red, unsigned char green, unsigned
 int qGifColormap::fill_block(int cell) const {
     const int n = wrapped_ ? wrapped_->num_colors() : 0;
     const int entries = n < kMaxCandidates ? n : kMaxCandidates;
-    if (entries <= 0) return -1;
+    if (entries <= 0) return kNoValue;
 
     // First cell of the block, in cell coordinates, and its centre in 8-bit units.
     const int r0 = ((cell >> 10) & 31) & ~3;

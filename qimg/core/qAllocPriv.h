@@ -1,7 +1,7 @@
 // qAllocPriv.h: the library's one allocation choke point.
 //
 // Every allocation of the library goes through these helpers; none throws. A failed allocation
-// gives null, which the caller turns into status -1. Builds with QIMG_TEST_HOOKS add a
+// gives null, which the caller turns into ST_NO_MEMORY. Builds with QIMG_TEST_HOOKS add a
 // test-only hook (qAllocationHookPriv.h) that makes the Nth allocation fail, so tests can walk
 // every failure path; without it the check compiles to nothing.
 #pragma once

@@ -67,10 +67,10 @@ public:
     // Maps the image to a copy of `colormap` (the caller keeps its map).
     virtual int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                                 float color_strength, float alpha_strength, qIMonitor* monitor) = 0;
-    // 0, or -100 where the frame keeps no screen size of its own.
+    // 0, or ST_NOT_IMPLEMENTED where the frame keeps no screen size of its own.
     virtual int set_screen_size(qSize size) = 0;
-    // Position of the frame's image on the logical screen; 0 (-5 from an animation without a
-    // current frame).
+    // Position of the frame's image on the logical screen; 0 (ST_BAD_ARGUMENT from an animation
+    // without a current frame).
     virtual int set_offset(qPoint offset) = 0;
     virtual qPoint offset() const = 0;
     // A representative colour of the image; (0, 0, 0, 0) when it cannot be worked out.
@@ -92,7 +92,7 @@ public:
     // The current frame becomes 0 and the count of completed passes 0.
     virtual void rewind() = 0;
     // Origin 1 counts from the current frame, 2 from num_frames(), anything else from 0. An
-    // index inside the frames becomes current (0); otherwise nothing changes (-5).
+    // index inside the frames becomes current (0); otherwise nothing changes (ST_BAD_ARGUMENT).
     virtual int seek_frame(int position, int origin) = 0;
     // Advances the cursor, wrapping after the last frame and counting passes; unless `endless`,
     // once the passes reach a positive loop count the cursor stays on the last frame and the

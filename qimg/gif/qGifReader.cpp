@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFormatPriv.h"
@@ -28,15 +29,15 @@ bool read_exact(qIFileR* source, unsigned char* buffer, int n) {
 }
 
 // Reads data sub-blocks up to their terminator, handing each to `take(bytes, count)`, which
-// answers 0 to go on or a status to stop with. -3 when the source ends first.
+// answers 0 to go on or a status to stop with. ST_READ_ERROR when the source ends first.
 template <class Take>
 int read_sub_blocks(qIFileR* source, Take take) {
     unsigned char block[kGifMaxSubBlockBytes];
     for (;;) {
         unsigned char n;
-        if (!read_byte(source, &n)) return -3;
+        if (!read_byte(source, &n)) return ST_READ_ERROR;
         if (n == 0) return 0;
-        if (!read_exact(source, block, n)) return -3;
+        if (!read_exact(source, block, n)) return ST_READ_ERROR;
         if (const int rc = take(block, n); rc != 0) return rc;
     }
 }
@@ -45,7 +46,7 @@ int read_sub_blocks(qIFileR* source, Take take) {
 
 int qGifAnimation::read(qIFileR* source, qIMonitor* monitor) {
     reset();
-    if (source == nullptr) return -5;
+    if (source == nullptr) return ST_BAD_ARGUMENT;
     int rc = read_header(source);
     if (rc != 0) return rc;
 
@@ -53,13 +54,13 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor) {
     bool control_pending = false;
     for (;;) {
         unsigned char introducer;
-        if (!read_byte(source, &introducer)) return -3;
+        if (!read_byte(source, &introducer)) return ST_READ_ERROR;
         if (introducer == kGifTrailer) return 0;
         if (introducer == kGifImageIntroducer) {
             rc = read_image(source, control_pending ? &control : nullptr, monitor);
         } else if (introducer == kGifExtensionIntroducer) {
             unsigned char label;
-            if (!read_byte(source, &label)) return -3;
+            if (!read_byte(source, &label)) return ST_READ_ERROR;
             if (label == kGifLabelGraphicControl) {
                 rc = control.read(source);
                 if (rc != 0) return rc;
@@ -84,13 +85,13 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor) {
 
 int qGifAnimation::read_header(qIFileR* source) {
     unsigned char header[kGifHeaderBytes];
-    if (!read_exact(source, header, kGifHeaderBytes)) return -3;
+    if (!read_exact(source, header, kGifHeaderBytes)) return ST_READ_ERROR;
     if (std::memcmp(header, kGifSignature87a, kGifHeaderBytes) != 0 &&
         std::memcmp(header, kGifSignature89a, kGifHeaderBytes) != 0) {
-        return -8;
+        return ST_BAD_FORMAT;
     }
     unsigned char screen[kGifScreenBytes];
-    if (!read_exact(source, screen, kGifScreenBytes)) return -3;
+    if (!read_exact(source, screen, kGifScreenBytes)) return ST_READ_ERROR;
     screen_size_ = qSize(q_gif_u16(screen), q_gif_u16(screen + 2));
     background_ = screen[5];
     const unsigned char packed = screen[4];
@@ -98,9 +99,9 @@ int qGifAnimation::read_header(qIFileR* source) {
 
     const int n = 2 << (packed & kGifColorTableSizeMask);
     unsigned char table[kGifMaxColorTableBytes];
-    if (!read_exact(source, table, 3 * n)) return -3;
+    if (!read_exact(source, table, 3 * n)) return ST_READ_ERROR;
     global_colormap_ = q_new<qColormap>();
-    if (global_colormap_ == nullptr) return -1;
+    if (global_colormap_ == nullptr) return ST_NO_MEMORY;
     const int rc = global_colormap_->create(n);
     if (rc != 0) {
         reset();
@@ -120,14 +121,14 @@ int qGifAnimation::skip_sub_blocks(qIFileR* source) {
 int qGifAnimation::read_application(qIFileR* source) {
     unsigned char n;
     unsigned char block[kGifMaxSubBlockBytes];
-    if (!read_byte(source, &n)) return -3;
-    if (!read_exact(source, block, n)) return -3;
-    if (n != kGifApplicationIdBytes) return -8;
+    if (!read_byte(source, &n)) return ST_READ_ERROR;
+    if (!read_exact(source, block, n)) return ST_READ_ERROR;
+    if (n != kGifApplicationIdBytes) return ST_BAD_FORMAT;
     const bool looping = std::memcmp(block, kGifLoopingApplicationId, kGifApplicationIdBytes) == 0;
 
-    if (!read_byte(source, &n)) return -3;
+    if (!read_byte(source, &n)) return ST_READ_ERROR;
     if (n == 0) return 0;
-    if (!read_exact(source, block, n)) return -3;
+    if (!read_exact(source, block, n)) return ST_READ_ERROR;
     if (looping && n == kGifLoopingSubBlockBytes && block[0] == kGifLoopingSubBlockId) {
         // The count says how often to repeat after the first play; 0 repeats for ever.
         const int repeats = q_gif_u16(block + 1);
@@ -139,30 +140,30 @@ int qGifAnimation::read_application(qIFileR* source) {
 int qGifAnimation::read_comment(qIFileR* source, qObjArray<char>* comment) {
     return read_sub_blocks(source, [comment](const unsigned char* block, int n) {
         for (int i = 0; i < n; ++i) {
-            if (!comment->append(static_cast<char>(block[i]))) return -1;
+            if (!comment->append(static_cast<char>(block[i]))) return ST_NO_MEMORY;
         }
-        return 0;
+        return ST_OK;
     });
 }
 
 int qGifAnimation::read_comment_block(qIFileR* source) {
     qObjArray<char>* comment = q_new<qObjArray<char>>(kCommentGrowBy);
-    if (comment == nullptr) return -1;
+    if (comment == nullptr) return ST_NO_MEMORY;
     const int rc = read_comment(source, comment);
     if (rc != 0 || !comments_.append(comment)) {
         delete comment;
-        return rc != 0 ? rc : -1;
+        return rc != 0 ? rc : ST_NO_MEMORY;
     }
     return 0;
 }
 
 int qGifAnimation::read_image(qIFileR* source, const qGifControl* control, qIMonitor* monitor) {
     qGifFrame* frame = q_new<qGifFrame>();
-    if (frame == nullptr) return -1;
+    if (frame == nullptr) return ST_NO_MEMORY;
     const int rc = frame->read(source, global_colormap_, control, monitor);
     if (rc != 0 || !frames_.append(frame)) {
         delete frame;
-        return rc != 0 ? rc : -1;
+        return rc != 0 ? rc : ST_NO_MEMORY;
     }
     return 0;
 }

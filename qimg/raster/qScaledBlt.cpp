@@ -11,6 +11,7 @@
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qMonitor.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/raster/qImageEdit.h"
 #include "qimg/raster/qRowKernelsIsaPriv.h"
 #include "qimg/raster/qRowKernelsPriv.h"
@@ -192,14 +193,14 @@ struct Scratch {
 int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos, float scale_x,
                           float scale_y, int method, qBltMode mode, unsigned char opacity,
                           qIMonitor* monitor) {
-    if (!src) return -5;
+    if (!src) return ST_BAD_ARGUMENT;
     if (scale_x == 1.0f && scale_y == 1.0f) {
         return BitBlt(dst_rect, src, src_pos, mode, opacity, monitor);
     }
-    if (method != 1) return -6;
+    if (method != 1) return ST_UNSUPPORTED;
     // A factor of 0 or below, or one that is not a number, has no usable reciprocal.
     if (!(scale_x > 0 && scale_y > 0) || !std::isfinite(scale_x) || !std::isfinite(scale_y)) {
-        return -5;
+        return ST_BAD_ARGUMENT;
     }
 
     const int sw = src->width();
@@ -220,7 +221,7 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
     const size_t row_bytes = static_cast<size_t>(count) * static_cast<size_t>(src_bytes);
     Scratch scratch;
     scratch.block = q_malloc(map_bytes + row_bytes);
-    if (!scratch.block) return -1;
+    if (!scratch.block) return ST_NO_MEMORY;
     int* columns = static_cast<int*>(scratch.block);
     unsigned char* sampled = static_cast<unsigned char*>(scratch.block) + map_bytes;
     for (int i = 0; i < count; ++i) columns[i] = q_source_column(area.px, i, ix, sw);
@@ -269,7 +270,7 @@ int qImageEdit::ScaledBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos
         }
         gathered = r;
         previous = to;
-        if (monitor && !monitor->progress(j + 1, rows, 0, 1)) return 1;
+        if (monitor && !monitor->progress(j + 1, rows, 0, 1)) return ST_CANCELLED;
     }
     return 0;
 }
