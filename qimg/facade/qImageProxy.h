@@ -101,10 +101,8 @@ public:
     // of its pixels with alpha >= 1, alpha 255; opaque black when every pixel is transparent;
     // (0, 0, 0, 0) when it cannot be worked out (empty proxy, no memory).
     qPixRA get_rep_color() const;
-    // Draws the image into `target`: `rect` is the area to fill, `point` the position on the
-    // screen (magnified by the factors) that lands on rect's top-left corner; factors of 1.0
-    // draw unscaled; `opaque` ignores transparency. ST_OK; ST_BAD_ARGUMENT when the proxy is not
-    // valid or the target is null; the drawing codes of the image otherwise.
+    // Draws the image as qIComponent::Draw describes, `point` being a position on the screen.
+    // ST_BAD_ARGUMENT also when the proxy is not valid.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const;
 
@@ -119,21 +117,11 @@ public:
     bool set_transparent(int index);
     bool set_ex_transparent(int index);
     bool set_color(int index, qPixRA color);
-    // Colour reduction of the image (an animation's current frame), which then becomes an 8-bit
-    // indexed image with its own copy of the palette. QT_NEAREST maps each pixel to its nearest
-    // entry, any other quantizer diffuses the error (color_strength, and alpha_strength > 0 for
-    // alpha when `opaque` is false). `opaque` false keeps transparency: alpha-0 pixels take the
-    // palette's transparent entry. ST_OK; ST_CANCELLED when `monitor` stopped it; ST_BAD_ARGUMENT
-    // when empty or for a null map or one outside 1..256 entries (as CM_GRAY makes for num_colors <
-    // 1 with `opaque`); ST_UNSUPPORTED an unknown cmap_type; ST_UNMAPPABLE transparent pixels and a
-    // map without alpha-0 entry; ST_NO_MEMORY. On any non-zero result the image is unchanged.
-    //
-    // With a copy of `colormap` (the caller keeps its map).
+    // Colour reduction of the image (an animation's current frame) as qIFrame::quantize_colors
+    // describes both forms; the image then becomes an 8-bit indexed image with its own copy of
+    // the palette. ST_BAD_ARGUMENT also when the proxy is empty.
     int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, qIMonitor* monitor);
-    // With a generated palette of at most `num_colors` entries (at most 256), transparent white
-    // last when `opaque` is false: CM_ADAPTIVE a median cut of the pixels whose alpha is at
-    // least `min_alpha`, CM_CUBE a colour cube, CM_GRAY a grey ramp.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor);

@@ -53,7 +53,8 @@ public:
     // Empties this frame, then makes it a copy of `source`: its own copy of a local colour map,
     // else a reference to `global_colormap`; the control record, indices, offset and interlace
     // flag. ST_OK; ST_BAD_ARGUMENT null source or no image; ST_UNDECODABLE neither a local map nor
-    // `global_colormap`; -1 out of memory. Empty after a failure.
+    // `global_colormap`; ST_NO_MEMORY.
+    // Empty after a failure.
     int copy_from(const qGifFrame* source, const qIColormap* global_colormap);
 
     // Display time in milliseconds (the control's hundredths x 10); 0 without a control record.
@@ -95,21 +96,9 @@ public:
     // animation's global map owns its palette afterwards, and set_color works). Offset,
     // interlace flag and control record stay; the record's transparent index then no longer
     // describes the image (drawing and min_t_index() go by the new palette's alpha-0 entry).
-    //
-    // Generated palette: CM_ADAPTIVE is a median cut of the image's pixels whose alpha is at
-    // least min_alpha (read through its colour map as stored), CM_CUBE a colour cube, CM_GRAY a
-    // grey ramp, each of at most num_colors entries, the last one transparent white when
-    // `opaque` is false (sizes above 256 are clamped to the palette's room); then the given-map
-    // form with that palette. Given map: every pixel is mapped to a copy of `colormap` (the
-    // caller keeps its object), nearest colour with QT_NEAREST, else with error diffusion; with
-    // `opaque` false the pixels of the image's transparent index take the map's first alpha-0
-    // entry.
-    // ST_OK; ST_CANCELLED when the monitor stopped the mapping; ST_BAD_ARGUMENT a frame without
-    // valid image, a null map or one outside 1..256 entries (CM_GRAY with num_colors < 1 and
-    // `opaque` true makes an empty one); ST_UNSUPPORTED a cmap_type other than CM_CUBE,
-    // CM_ADAPTIVE, CM_GRAY; ST_UNMAPPABLE a pixel without index (a transparent pixel and a map
-    // without alpha-0 entry); -1 no memory. Whatever fails, image and local colour map stay as they
-    // were.
+    // The median cut reads the pixels through the colour map as stored, and the transparent
+    // pixels are those of the image's transparent index. Whatever fails, image and local colour
+    // map stay as they were.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor) override;

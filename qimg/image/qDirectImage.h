@@ -50,12 +50,9 @@ public:
     // A new qDirectImage copied from this one (alpha hint AT_NONE); null when this image is
     // empty or memory runs out.
     qIComponent* clone() const override;
-    // Draws the area of the image that starts at `point` (in the image magnified by the scale
-    // factors) into `rect` of `target`, clipped to both, nearest-neighbour when scaled. Copies
-    // (BLT_COPY) when `opaque` is true or the stored alpha hint is AT_OPAQUE; otherwise blends
-    // by the pixels' alpha (BLT_BLEND), which also sets a PT_BGRA32 target's alpha. ST_OK;
-    // ST_BAD_ARGUMENT for a null target or an empty image; ST_NO_MEMORY when memory runs out; the
-    // transfer's codes otherwise.
+    // Copies (BLT_COPY) when `opaque` is true or the stored alpha hint is AT_OPAQUE; otherwise
+    // blends by the pixels' alpha (BLT_BLEND), which also sets a PT_BGRA32 target's alpha.
+    // ST_BAD_ARGUMENT also for an empty image; ST_NO_MEMORY when memory runs out.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const override;
     // Pixel type set, width and height > 0 and a buffer.

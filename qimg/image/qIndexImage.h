@@ -77,9 +77,7 @@ public:
     // Draws like qDirectImage::Draw, through a private copy of the palette in which the stored
     // transparent index (when there is one) is the only transparent entry. Copies (BLT_COPY)
     // when `opaque` is true or alpha_hint() is AT_OPAQUE; otherwise composites over the target
-    // (BLT_OVER). ST_OK; ST_BAD_ARGUMENT for a null target; ST_NO_MEMORY when memory runs out or
-    // the image has no usable colour map; the transfer's codes otherwise (ST_UNSUPPORTED for a
-    // target it cannot draw into).
+    // (BLT_OVER). ST_NO_MEMORY also when the image has no usable colour map.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const override;
     // Pixel type set, width and height > 0, pixels, and a colour map with at least one entry.
