@@ -63,8 +63,7 @@ public:
     void reset();
     // Empties this animation, then makes it a deep copy of `source`, whose frames then refer
     // to this animation's own copy of the global map. ST_OK; ST_BAD_ARGUMENT for a null or invalid
-    // source; ST_NO_MEMORY;
-    // a frame copy's code. Empty after a failure.
+    // source; ST_NO_MEMORY; a frame copy's code. Empty after a failure.
     int copy_from(const qGifAnimation* source);
 
     // Read access for players and tests (borrowed; null / -1 outside the lists).

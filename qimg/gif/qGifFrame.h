@@ -53,8 +53,7 @@ public:
     // Empties this frame, then makes it a copy of `source`: its own copy of a local colour map,
     // else a reference to `global_colormap`; the control record, indices, offset and interlace
     // flag. ST_OK; ST_BAD_ARGUMENT null source or no image; ST_UNDECODABLE neither a local map nor
-    // `global_colormap`; ST_NO_MEMORY.
-    // Empty after a failure.
+    // `global_colormap`; ST_NO_MEMORY. Empty after a failure.
     int copy_from(const qGifFrame* source, const qIColormap* global_colormap);
 
     // Display time in milliseconds (the control's hundredths x 10); 0 without a control record.
