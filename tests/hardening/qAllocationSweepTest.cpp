@@ -14,13 +14,13 @@
 
 #include "hardening/HardeningKit.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qIColormap.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qIColormap.h"
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 
 namespace {
 
@@ -611,4 +611,4 @@ TEST(AllocationSweep, FrameComposer) {
 
 }  // namespace
 
-#endif  // QIMG_ALLOCATION_HOOK
+#endif  // QIMG_TEST_HOOKS
