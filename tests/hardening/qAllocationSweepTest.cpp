@@ -15,7 +15,10 @@
 #include "hardening/HardeningKit.h"
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qIColormap.h"
+#include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifColormap.h"
+#include "qimg/gif/qGifWriter.h"
+#include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qIndexImage.h"
@@ -606,6 +609,42 @@ TEST(AllocationSweep, FrameComposer) {
             EXPECT_EQ(canvas.pixels, shown[k - 1]);
         }
         animation->seek_frame(0, 0);
+    }
+}
+
+// Writing needs the LZW output block and the memory sink's growth: each failure is -1, and the
+// same writer writes the whole stream once memory is back.
+TEST(AllocationSweep, GifWriter) {
+    for (const char* name : {"im-comment.gif", "pil-anim-local-tables.gif"}) {
+        SCOPED_TRACE(name);
+        const Bytes bytes = read_corpus(name);
+        qGifAnimation animation;
+        qMemoryR source(bytes.data(), bytes.size());
+        ASSERT_EQ(animation.read(&source, nullptr), 0);
+        qMemoryW clean;
+        ASSERT_EQ(qGifWriter().write(&animation, &clean, nullptr), 0);
+        for (long n = 1;; ++n) {
+            SCOPED_TRACE(n);
+            qGifWriter writer;
+            qMemoryW sink;
+            int rc;
+            bool reached;
+            {
+                FailAllocation fail(n);
+                rc = writer.write(&animation, &sink, nullptr);
+                reached = fail.reached();
+            }
+            if (!reached) {
+                EXPECT_EQ(rc, 0);
+                break;
+            }
+            EXPECT_EQ(rc, -1);
+            qMemoryW again;
+            ASSERT_EQ(writer.write(&animation, &again, nullptr), 0);
+            EXPECT_TRUE(again.size() == clean.size() &&
+                        std::equal(again.data(), again.data() + again.size(), clean.data()));
+            ASSERT_LT(n, 100);
+        }
     }
 }
 

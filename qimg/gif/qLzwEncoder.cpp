@@ -1,0 +1,225 @@
+// The LZW encoder. The string table maps (prefix code, next index) to a code through an
+// open-addressing hash of twice the table's size, so a look-up is one multiply and, nine times
+// out of ten, one probe. Codes go into a 64-bit bit buffer that is flushed four bytes at a time.
+//
+// Code widths follow the reader: a reader adds a table entry for every code after the first one
+// following a clear code, one step behind the encoder, and widens its codes once its next free
+// entry no longer fits. So the encoder widens after writing a code when the entry it adds for
+// that code (the pending entry, for the last code) is 2^width. With m = 2 (clear 4, end 5):
+//
+//   written   4  c1  c2  c3  c4 ...     entries added   -   6   7   8 ...
+//   width     3   3   3   3   4 ...     (entry 8 does not fit 3 bits: c4 is 4 bits wide)
+//
+// Once code 4095 is taken the table is full and no entry is added. A clear code then starts
+// over; with the deferred clear the full table keeps being used while it pays (see table_full).
+#include "qimg/gif/qLzwEncoder.h"
+
+#include <cstring>
+
+#include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
+
+namespace {
+// Deferred clear: the full table is judged over windows of this many codes, and cleared when a
+// window covers less than 3/4 of the indices of the best window since the table filled.
+constexpr int kWindowCodes = 512;
+// Room reserved per encoded run: at most a code and a clear code per index, 12 bits each.
+constexpr int kRunIndices = 4096;
+constexpr int kRunBytes = kRunIndices * 3 + 16;
+
+inline uint32_t slot_of(uint32_t key) {
+    return (key * 0x9E3779B1u) >> (32 - 13);
+}
+}  // namespace
+
+qLzwEncoder::~qLzwEncoder() {
+    q_free(out_);
+}
+
+bool qLzwEncoder::reserve(int64_t extra) {
+    const int64_t needed = out_size_ + extra;
+    if (needed <= out_capacity_) return true;
+    if (needed > (int64_t{1} << 30)) return false;
+    const int capacity =
+        static_cast<int>(needed < 2 * int64_t{out_capacity_} ? 2 * out_capacity_ : needed);
+    auto* block = static_cast<unsigned char*>(q_realloc(out_, static_cast<size_t>(capacity)));
+    if (block == nullptr) return false;
+    out_ = block;
+    out_capacity_ = capacity;
+    return true;
+}
+
+void qLzwEncoder::consume(int n) {
+    if (n <= 0) return;
+    if (n >= out_size_) {
+        out_size_ = 0;
+        return;
+    }
+    std::memmove(out_, out_ + n, static_cast<size_t>(out_size_ - n));
+    out_size_ -= n;
+}
+
+void qLzwEncoder::reset_table() {
+    // Generations live in the 12 bits above the 20-bit key; on wrap-around the keys are swept.
+    if (++generation_ >= (1u << 12)) {
+        std::memset(keys_, 0, sizeof keys_);
+        generation_ = 1;
+    }
+    next_code_ = clear_code_ + 2;
+    width_ = min_code_size_ + 1;
+    window_indices_ = 0;
+    window_codes_ = 0;
+    best_window_indices_ = 0;
+}
+
+inline void qLzwEncoder::put_code(uint32_t code) {
+    bits_ |= uint64_t{code} << bit_count_;
+    bit_count_ += width_;
+    if (bit_count_ >= 32) {
+        const uint32_t low = static_cast<uint32_t>(bits_);
+        unsigned char* to = out_ + out_size_;
+        to[0] = static_cast<unsigned char>(low);
+        to[1] = static_cast<unsigned char>(low >> 8);
+        to[2] = static_cast<unsigned char>(low >> 16);
+        to[3] = static_cast<unsigned char>(low >> 24);
+        out_size_ += 4;
+        bits_ >>= 32;
+        bit_count_ -= 32;
+    }
+}
+
+int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
+    started_ = false;
+    out_size_ = 0;
+    if (min_code_size < kMinCodeSize || min_code_size > kMaxCodeSize) return ST_BAD_ARGUMENT;
+    if (!reserve(kRunBytes)) return ST_NO_MEMORY;
+    min_code_size_ = min_code_size;
+    clear_code_ = 1u << min_code_size;
+    deferred_clear_ = deferred_clear;
+    bits_ = 0;
+    bit_count_ = 0;
+    prefix_ = kNoPrefix;
+    reset_table();
+    put_code(clear_code_);
+    started_ = true;
+    return ST_OK;
+}
+
+bool qLzwEncoder::window_says_clear() {
+    if (++window_codes_ < kWindowCodes) return false;
+    const int64_t covered = window_indices_;
+    window_codes_ = 0;
+    window_indices_ = 0;
+    if (covered > best_window_indices_) best_window_indices_ = covered;
+    return covered * 4 < best_window_indices_ * 3;
+}
+
+void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
+    // Members are loaded into locals for the loop: the output is written through a byte
+    // pointer, which the compiler must otherwise assume changes every member.
+    uint32_t prefix = prefix_;
+    uint32_t next_code = next_code_;
+    uint32_t tag = generation_ << 20;
+    int width = width_;
+    uint64_t bits = bits_;
+    int bit_count = bit_count_;
+    unsigned char* out = out_ + out_size_;
+    uint32_t* const keys = keys_;
+    uint16_t* const codes = codes_;
+    auto put = [&](uint32_t code) {
+        bits |= uint64_t{code} << bit_count;
+        bit_count += width;
+        if (bit_count >= 32) {
+            const uint32_t low = static_cast<uint32_t>(bits);
+            out[0] = static_cast<unsigned char>(low);
+            out[1] = static_cast<unsigned char>(low >> 8);
+            out[2] = static_cast<unsigned char>(low >> 16);
+            out[3] = static_cast<unsigned char>(low >> 24);
+            out += 4;
+            bits >>= 32;
+            bit_count -= 32;
+        }
+    };
+
+    int i = 0;
+    int mark = 0;  // indices before this one are counted in the deferred-clear window
+    if (prefix == kNoPrefix) prefix = indices[i++];
+    for (; i < count; ++i) {
+        const uint32_t index = indices[i];
+        const uint32_t key = (prefix << 8 | index) | tag;
+        uint32_t slot = slot_of(key);
+        uint32_t found;
+        // A key of another generation is an empty slot: the probe ends there.
+        while ((found = keys[slot]) != key && (found & 0xFFF00000u) == tag) {
+            slot = (slot + 1) & (kHashSlots - 1);
+        }
+        if (found == key) {
+            prefix = codes[slot];
+            continue;
+        }
+        put(prefix);
+        prefix = index;
+        if (next_code < static_cast<uint32_t>(kMaxCodes)) {
+            if (next_code == (1u << width)) ++width;
+            keys[slot] = key;
+            codes[slot] = static_cast<uint16_t>(next_code++);
+            mark = i;
+            continue;
+        }
+        // The table is full.
+        if (deferred_clear_) {
+            window_indices_ += i - mark;
+            mark = i;
+            if (!window_says_clear()) continue;
+        }
+        put(clear_code_);
+        reset_table();
+        next_code = next_code_;
+        width = width_;
+        tag = generation_ << 20;
+    }
+    if (next_code == static_cast<uint32_t>(kMaxCodes)) window_indices_ += count - mark;
+    prefix_ = prefix;
+    next_code_ = next_code;
+    width_ = width;
+    bits_ = bits;
+    bit_count_ = bit_count;
+    out_size_ = static_cast<int>(out - out_);
+}
+
+int qLzwEncoder::encode(const unsigned char* indices, int count) {
+    if (!started_ || indices == nullptr || count < 0) return ST_BAD_ARGUMENT;
+    // The clear code is a power of two, so one OR over the run finds any index at or above it.
+    unsigned char seen = 0;
+    for (int i = 0; i < count; ++i) seen |= indices[i];
+    if (seen >= clear_code_) return ST_BAD_ARGUMENT;
+    for (int done = 0; done < count;) {
+        const int run = count - done < kRunIndices ? count - done : kRunIndices;
+        if (!reserve(kRunBytes)) return ST_NO_MEMORY;
+        encode_run(indices + done, run);
+        done += run;
+    }
+    return ST_OK;
+}
+
+int qLzwEncoder::finish() {
+    if (!started_) return ST_BAD_ARGUMENT;
+    if (!reserve(16)) return ST_NO_MEMORY;
+    if (prefix_ != kNoPrefix) {
+        put_code(prefix_);
+        // The reader adds an entry for this code too, and may widen before the end code.
+        if (next_code_ < static_cast<uint32_t>(kMaxCodes) && next_code_ == (1u << width_)) {
+            ++width_;
+        }
+    }
+    put_code(clear_code_ + 1);
+    while (bit_count_ > 0) {
+        out_[out_size_++] = static_cast<unsigned char>(bits_);
+        bits_ >>= 8;
+        bit_count_ -= 8;
+    }
+    bit_count_ = 0;
+    bits_ = 0;
+    started_ = false;
+    return ST_OK;
+}
