@@ -99,6 +99,7 @@ int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
     bits_ = 0;
     bit_count_ = 0;
     prefix_ = kNoPrefix;
+    last_index_ = kNoPrefix;
     reset_table();
     put_code(clear_code_);
     started_ = true;
@@ -187,18 +188,87 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
     out_size_ = static_cast<int>(out - out_);
 }
 
-int qLzwEncoder::encode(const unsigned char* indices, int count) {
-    if (!started_ || indices == nullptr || count < 0) return ST_BAD_ARGUMENT;
+bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {
+    if (!started_ || indices == nullptr || count < 0) return false;
     // The clear code is a power of two, so one OR over the run finds any index at or above it.
     unsigned char seen = 0;
     for (int i = 0; i < count; ++i) seen |= indices[i];
-    if (seen >= clear_code_) return ST_BAD_ARGUMENT;
+    return seen < clear_code_;
+}
+
+bool qLzwEncoder::find(uint32_t key, uint32_t& slot) const {
+    const uint32_t tag = generation_ << 20;
+    slot = slot_of(key);
+    uint32_t found;
+    while ((found = keys_[slot]) != key && (found & 0xFFF00000u) == tag) {
+        slot = (slot + 1) & (kHashSlots - 1);
+    }
+    return found == key;
+}
+
+void qLzwEncoder::add_entry(uint32_t key, uint32_t slot) {
+    if (next_code_ < static_cast<uint32_t>(kMaxCodes)) {
+        if (next_code_ == (1u << width_)) ++width_;
+        keys_[slot] = key;
+        codes_[slot] = static_cast<uint16_t>(next_code_++);
+        return;
+    }
+    if (deferred_clear_ && !window_says_clear()) return;
+    put_code(clear_code_);
+    reset_table();
+}
+
+int qLzwEncoder::encode_choosing(unsigned char* indices, const unsigned char* flexible, int count,
+                                 unsigned char alternate) {
+    if (!valid_run(indices, count) || flexible == nullptr || alternate >= clear_code_) {
+        return ST_BAD_ARGUMENT;
+    }
+    for (int done = 0; done < count;) {
+        const int run = count - done < kRunIndices ? count - done : kRunIndices;
+        if (!reserve(kRunBytes)) return ST_NO_MEMORY;
+        for (int i = done; i < done + run; ++i) {
+            uint32_t index = indices[i];
+            if (flexible[i] && last_index_ == alternate) index = alternate;
+            if (next_code_ == static_cast<uint32_t>(kMaxCodes)) ++window_indices_;
+            if (prefix_ == kNoPrefix) {
+                prefix_ = last_index_ = indices[i] = static_cast<unsigned char>(index);
+                continue;
+            }
+            uint32_t slot;
+            if (find(prefix_ << 8 | index | generation_ << 20, slot)) {
+                prefix_ = codes_[slot];
+                last_index_ = indices[i] = static_cast<unsigned char>(index);
+                continue;
+            }
+            // The other choice may still continue the string.
+            const uint32_t other = index == alternate ? indices[i] : alternate;
+            if (flexible[i] && find(prefix_ << 8 | other | generation_ << 20, slot)) {
+                prefix_ = codes_[slot];
+                last_index_ = indices[i] = static_cast<unsigned char>(other);
+                continue;
+            }
+            // A new string starts here; at a free pixel it starts with `alternate`, the index
+            // that can go on across the whole free span.
+            if (flexible[i]) index = alternate;
+            find(prefix_ << 8 | index | generation_ << 20, slot);
+            put_code(prefix_);
+            add_entry(prefix_ << 8 | index | generation_ << 20, slot);
+            prefix_ = last_index_ = indices[i] = static_cast<unsigned char>(index);
+        }
+        done += run;
+    }
+    return ST_OK;
+}
+
+int qLzwEncoder::encode(const unsigned char* indices, int count) {
+    if (!valid_run(indices, count)) return ST_BAD_ARGUMENT;
     for (int done = 0; done < count;) {
         const int run = count - done < kRunIndices ? count - done : kRunIndices;
         if (!reserve(kRunBytes)) return ST_NO_MEMORY;
         encode_run(indices + done, run);
         done += run;
     }
+    if (count > 0) last_index_ = indices[count - 1];
     return ST_OK;
 }
 

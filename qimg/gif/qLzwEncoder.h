@@ -42,6 +42,14 @@ public:
     // Appends `count` indices. 0; -5 for an index of 2^min_code_size or above (nothing of this
     // call is encoded), a null pointer, a negative count or no begin(); -1 out of memory.
     int encode(const unsigned char* indices, int count);
+    // Like encode(), for pixels that may take either of two indices: where flexible[i] is not
+    // zero, indices[i] may be written as `alternate` instead (a transparent index over pixels
+    // that are already shown). The choice is greedy: whichever index continues the current
+    // string (`alternate` first after an `alternate`), else `alternate`. The indices
+    // written are stored back into `indices`, so encode() of them gives the same codes.
+    // Codes as for encode(); also -5 for an `alternate` of 2^min_code_size or above.
+    int encode_choosing(unsigned char* indices, const unsigned char* flexible, int count,
+                        unsigned char alternate);
     // Writes the pending string and the end code, and pads the last byte with zero bits.
     // 0; -5 without begin(); -1 out of memory. encode() is refused afterwards.
     int finish();
@@ -60,6 +68,13 @@ private:
     // The hot loop over one run of indices whose output room is already reserved.
     void encode_run(const unsigned char* indices, int count);
     void put_code(uint32_t code);
+    // Looks up the string `key`; true when present. `slot` is then its slot, else the empty
+    // slot where it would go.
+    bool find(uint32_t key, uint32_t& slot) const;
+    // After a code was written for a string that `index` does not continue: the table entry
+    // (prefix + index) goes into `slot`, or the full table is cleared or kept.
+    void add_entry(uint32_t key, uint32_t slot);
+    bool valid_run(const unsigned char* indices, int count) const;
     void reset_table();
     // Deferred clear, once per code written with the full table: true when the window that
     // code completes covered too few indices, so the table should be cleared.
@@ -76,7 +91,8 @@ private:
     uint32_t clear_code_ = 0;
     uint32_t next_code_ = 0;
     int width_ = 0;
-    uint32_t prefix_ = kNoPrefix;  // code of the string matched so far
+    uint32_t prefix_ = kNoPrefix;      // code of the string matched so far
+    uint32_t last_index_ = kNoPrefix;  // the index written last (encode_choosing)
     bool started_ = false;
 
     bool deferred_clear_ = false;

@@ -95,6 +95,35 @@ TEST(qLzwEncoderTest, DeferredClearKeepsAFullTableThatStillPays) {
     EXPECT_LT(deferred.size(), encode(input, 3, false).size());
 }
 
+TEST(qLzwEncoderTest, ChoosingWritesOnlyAllowedIndicesAndReencodesTheSame) {
+    std::mt19937 rng(8);
+    for (const char* kind : {"runs", "noise", "cycle"}) {
+        SCOPED_TRACE(kind);
+        const Bytes input = stream(kind, 4, 30000, rng);
+        Bytes flexible(input.size()), chosen = input;
+        // Spans of pixels that may go transparent, as over an unchanged part of a frame.
+        for (size_t i = 0; i < flexible.size(); ++i) flexible[i] = i / 50 % 2 && rng() % 8;
+        qLzwEncoder encoder;
+        ASSERT_EQ(encoder.begin(4, false), 0);
+        ASSERT_EQ(encoder.encode_choosing(chosen.data(), flexible.data(), 20000, 15), 0);
+        ASSERT_EQ(
+            encoder.encode_choosing(chosen.data() + 20000, flexible.data() + 20000, 10000, 15), 0);
+        ASSERT_EQ(encoder.finish(), 0);
+        const Bytes codes(encoder.data(), encoder.data() + encoder.size());
+        int replaced = 0;
+        for (size_t i = 0; i < input.size(); ++i) {
+            if (chosen[i] == input[i]) continue;
+            ASSERT_TRUE(flexible[i] && chosen[i] == 15) << "index " << i;
+            ++replaced;
+        }
+        EXPECT_EQ(codes, encode(chosen, 4, false));
+        if (std::string(kind) == "noise") {
+            EXPECT_GT(replaced, 10000);
+            EXPECT_LT(codes.size(), encode(input, 4, false).size() * 3 / 4);
+        }
+    }
+}
+
 TEST(qLzwEncoderTest, RefusesWhatTheFormatCannotHold) {
     qLzwEncoder encoder;
     const unsigned char four[] = {0, 1, 4};

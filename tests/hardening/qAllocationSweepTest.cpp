@@ -17,6 +17,7 @@
 #include "qimg/color/qIColormap.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifColormap.h"
+#include "qimg/gif/qGifEncoder.h"
 #include "qimg/gif/qGifWriter.h"
 #include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qDirectImage.h"
@@ -644,6 +645,51 @@ TEST(AllocationSweep, GifWriter) {
             EXPECT_TRUE(again.size() == clean.size() &&
                         std::equal(again.data(), again.data() + again.size(), clean.data()));
             ASSERT_LT(n, 100);
+        }
+    }
+}
+
+// Quantizing, mapping and optimising true-colour frames, and re-cutting a GIF: -1 at every
+// allocation, the same bytes once memory is back.
+TEST(AllocationSweep, GifEncoder) {
+    qDirectImage pictures[2];
+    make_direct(pictures[0], qSize(9, 7));
+    make_direct(pictures[1], qSize(9, 7));
+    *pictures[1].pixel_address(3, 3) ^= 0x55;
+    const qIImageBuffer* frames[] = {&pictures[0], &pictures[1]};
+    const Bytes bytes = read_corpus("gl-delay-dispose.gif");
+    qGifAnimation animation;
+    qMemoryR source(bytes.data(), bytes.size());
+    ASSERT_EQ(animation.read(&source, nullptr), 0);
+    const std::function<int(qIFileW*)> jobs[] = {
+        [&](qIFileW* sink) {
+            return qGifEncoder::encode_frames(frames, nullptr, 2, qGifEncodeOptions(), sink,
+                                              nullptr);
+        },
+        [&](qIFileW* sink) {
+            return qGifEncoder::reencode(&animation, RS_SMALLER, -1, 0, sink, nullptr);
+        },
+    };
+    for (const auto& job : jobs) {
+        qMemoryW clean;
+        ASSERT_EQ(job(&clean), 0);
+        for (long n = 1;; ++n) {
+            SCOPED_TRACE(n);
+            qMemoryW sink;
+            int rc;
+            bool reached;
+            {
+                FailAllocation fail(n);
+                rc = job(&sink);
+                reached = fail.reached();
+            }
+            if (!reached) {
+                EXPECT_EQ(rc, 0);
+                EXPECT_EQ(sink.size(), clean.size());
+                break;
+            }
+            EXPECT_EQ(rc, -1);
+            ASSERT_LT(n, 500);
         }
     }
 }
