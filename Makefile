@@ -14,7 +14,7 @@ BUILD_PACKAGES := cmake make g++ pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libpng-dev libgif-dev
 DEMO_PACKAGES := $(BUILD_PACKAGES) libpng-dev
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev libstb-dev \
-                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick
+                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick gifsicle
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
 FORMAT_PACKAGES := clang-format
 # The 32-bit build compiles GoogleTest from the sources Debian ships in package googletest.

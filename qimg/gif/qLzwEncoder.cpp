@@ -1,6 +1,8 @@
 // The LZW encoder. The string table maps (prefix code, next index) to a code through an
-// open-addressing hash of twice the table's size, so a look-up is one multiply and, nine times
-// out of ten, one probe. Codes go into a 64-bit bit buffer that is flushed four bytes at a time.
+// open-addressing hash of twice the table's size, one 32-bit word per slot holding key and code
+// (32 kB, so it stays in the first-level cache). The hot loop's critical path is the look-up of
+// the string matched so far plus the next index: an XOR, one load and one compare, usually a
+// single probe. Codes go into a 64-bit bit buffer flushed four bytes at a time.
 //
 // Code widths follow the reader: a reader adds a table entry for every code after the first one
 // following a clear code, one step behind the encoder, and widens its codes once its next free
@@ -14,12 +16,16 @@
 // over; with the deferred clear the full table keeps being used while it pays (see table_full).
 #include "qimg/gif/qLzwEncoder.h"
 
+#include <bit>
 #include <cstring>
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qStatus.h"
 
 namespace {
+// The hot loop stores the bit buffer with one 8-byte copy, least significant byte first.
+static_assert(std::endian::native == std::endian::little);
+
 // Deferred clear: the full table is judged over windows of this many codes, and cleared when a
 // window covers less than 3/4 of the indices of the best window since the table filled.
 constexpr int kWindowCodes = 512;
@@ -27,13 +33,11 @@ constexpr int kWindowCodes = 512;
 constexpr int kRunIndices = 4096;
 constexpr int kRunBytes = kRunIndices * 3 + 16;
 
-inline uint32_t slot_of(uint32_t key) {
-    return (key * 0x9E3779B1u) >> (32 - 13);
-}
 }  // namespace
 
 qLzwEncoder::~qLzwEncoder() {
     q_free(out_);
+    q_free(table_);
 }
 
 bool qLzwEncoder::reserve(int64_t extra) {
@@ -60,12 +64,10 @@ void qLzwEncoder::consume(int n) {
 }
 
 void qLzwEncoder::reset_table() {
-    // Generations live in the 12 bits above the 20-bit key; on wrap-around the keys are swept.
-    if (++generation_ >= (1u << 12)) {
-        std::memset(keys_, 0, sizeof keys_);
-        generation_ = 1;
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        table_[slot_of_code_[code]] = kEmpty;
     }
-    next_code_ = clear_code_ + 2;
+    next_code_ = first_code_ = clear_code_ + 2;
     width_ = min_code_size_ + 1;
     window_indices_ = 0;
     window_codes_ = 0;
@@ -93,6 +95,16 @@ int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
     out_size_ = 0;
     if (min_code_size < kMinCodeSize || min_code_size > kMaxCodeSize) return ST_BAD_ARGUMENT;
     if (!reserve(kRunBytes)) return ST_NO_MEMORY;
+    if (table_ == nullptr) {
+        constexpr size_t kTableBytes = sizeof(uint32_t) * kHashSlots;
+        void* block = q_malloc(kTableBytes + sizeof(uint16_t) * kMaxCodes);
+        if (block == nullptr) return ST_NO_MEMORY;
+        table_ = static_cast<uint32_t*>(block);
+        slot_of_code_ =
+            reinterpret_cast<uint16_t*>(static_cast<unsigned char*>(block) + kTableBytes);
+        std::memset(table_, 0xFF, kTableBytes);
+        first_code_ = next_code_ = 0;
+    }
     min_code_size_ = min_code_size;
     clear_code_ = 1u << min_code_size;
     deferred_clear_ = deferred_clear;
@@ -120,26 +132,23 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
     // pointer, which the compiler must otherwise assume changes every member.
     uint32_t prefix = prefix_;
     uint32_t next_code = next_code_;
-    uint32_t tag = generation_ << 20;
     int width = width_;
     uint64_t bits = bits_;
     int bit_count = bit_count_;
     unsigned char* out = out_ + out_size_;
-    uint32_t* const keys = keys_;
-    uint16_t* const codes = codes_;
+    uint32_t* const table = table_;
+    uint16_t* const slot_of_code = slot_of_code_;
+    // Branch-free bit writer: after each code the whole bytes are stored as one 8-byte write
+    // (the run's reserved room has the slack) and the pointer moves by their number.
     auto put = [&](uint32_t code) {
         bits |= uint64_t{code} << bit_count;
         bit_count += width;
-        if (bit_count >= 32) {
-            const uint32_t low = static_cast<uint32_t>(bits);
-            out[0] = static_cast<unsigned char>(low);
-            out[1] = static_cast<unsigned char>(low >> 8);
-            out[2] = static_cast<unsigned char>(low >> 16);
-            out[3] = static_cast<unsigned char>(low >> 24);
-            out += 4;
-            bits >>= 32;
-            bit_count -= 32;
-        }
+        const uint64_t le = bits;
+        std::memcpy(out, &le, 8);
+        const int whole = bit_count >> 3;  // at most 5: fewer than 32 bits wait on entry
+        out += whole;
+        bits >>= 8 * whole;
+        bit_count &= 7;
     };
 
     int i = 0;
@@ -147,23 +156,22 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
     if (prefix == kNoPrefix) prefix = indices[i++];
     for (; i < count; ++i) {
         const uint32_t index = indices[i];
-        const uint32_t key = (prefix << 8 | index) | tag;
-        uint32_t slot = slot_of(key);
-        uint32_t found;
-        // A key of another generation is an empty slot: the probe ends there.
-        while ((found = keys[slot]) != key && (found & 0xFFF00000u) == tag) {
+        const uint32_t key = prefix << 8 | index;
+        uint32_t slot = slot_of(prefix, index);
+        uint32_t entry;
+        while (((entry = table[slot]) & kKeyMask) != key && entry != kEmpty) {
             slot = (slot + 1) & (kHashSlots - 1);
         }
-        if (found == key) {
-            prefix = codes[slot];
+        if (entry != kEmpty) {  // the string goes on
+            prefix = entry >> 20;
             continue;
         }
         put(prefix);
         prefix = index;
         if (next_code < static_cast<uint32_t>(kMaxCodes)) {
             if (next_code == (1u << width)) ++width;
-            keys[slot] = key;
-            codes[slot] = static_cast<uint16_t>(next_code++);
+            table[slot] = next_code << 20 | key;
+            slot_of_code[next_code++] = static_cast<uint16_t>(slot);
             mark = i;
             continue;
         }
@@ -174,10 +182,10 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
             if (!window_says_clear()) continue;
         }
         put(clear_code_);
+        next_code_ = next_code;  // reset_table() empties the slots of the codes up to here
         reset_table();
         next_code = next_code_;
         width = width_;
-        tag = generation_ << 20;
     }
     if (next_code == static_cast<uint32_t>(kMaxCodes)) window_indices_ += count - mark;
     prefix_ = prefix;
@@ -197,20 +205,19 @@ bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {
 }
 
 bool qLzwEncoder::find(uint32_t key, uint32_t& slot) const {
-    const uint32_t tag = generation_ << 20;
-    slot = slot_of(key);
-    uint32_t found;
-    while ((found = keys_[slot]) != key && (found & 0xFFF00000u) == tag) {
+    slot = slot_of(key >> 8, key & 0xFF);
+    uint32_t entry;
+    while (((entry = table_[slot]) & kKeyMask) != key && entry != kEmpty) {
         slot = (slot + 1) & (kHashSlots - 1);
     }
-    return found == key;
+    return entry != kEmpty;
 }
 
 void qLzwEncoder::add_entry(uint32_t key, uint32_t slot) {
     if (next_code_ < static_cast<uint32_t>(kMaxCodes)) {
         if (next_code_ == (1u << width_)) ++width_;
-        keys_[slot] = key;
-        codes_[slot] = static_cast<uint16_t>(next_code_++);
+        table_[slot] = next_code_ << 20 | key;
+        slot_of_code_[next_code_++] = static_cast<uint16_t>(slot);
         return;
     }
     if (deferred_clear_ && !window_says_clear()) return;
@@ -235,24 +242,24 @@ int qLzwEncoder::encode_choosing(unsigned char* indices, const unsigned char* fl
                 continue;
             }
             uint32_t slot;
-            if (find(prefix_ << 8 | index | generation_ << 20, slot)) {
-                prefix_ = codes_[slot];
+            if (find(prefix_ << 8 | index, slot)) {
+                prefix_ = table_[slot] >> 20;
                 last_index_ = indices[i] = static_cast<unsigned char>(index);
                 continue;
             }
             // The other choice may still continue the string.
             const uint32_t other = index == alternate ? indices[i] : alternate;
-            if (flexible[i] && find(prefix_ << 8 | other | generation_ << 20, slot)) {
-                prefix_ = codes_[slot];
+            if (flexible[i] && find(prefix_ << 8 | other, slot)) {
+                prefix_ = table_[slot] >> 20;
                 last_index_ = indices[i] = static_cast<unsigned char>(other);
                 continue;
             }
             // A new string starts here; at a free pixel it starts with `alternate`, the index
             // that can go on across the whole free span.
             if (flexible[i]) index = alternate;
-            find(prefix_ << 8 | index | generation_ << 20, slot);
+            find(prefix_ << 8 | index, slot);
             put_code(prefix_);
-            add_entry(prefix_ << 8 | index | generation_ << 20, slot);
+            add_entry(prefix_ << 8 | index, slot);
             prefix_ = last_index_ = indices[i] = static_cast<unsigned char>(index);
         }
         done += run;

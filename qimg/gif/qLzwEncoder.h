@@ -61,7 +61,7 @@ public:
     void consume(int n);
 
 private:
-    static constexpr int kHashBits = 13;  // twice the table: short probe chains
+    static constexpr int kHashBits = 15;  // eight times the table: probes rarely go on
     static constexpr int kHashSlots = 1 << kHashBits;
     static constexpr uint32_t kNoPrefix = 0xFFFFFFFFu;
 
@@ -71,6 +71,11 @@ private:
     // Looks up the string `key`; true when present. `slot` is then its slot, else the empty
     // slot where it would go.
     bool find(uint32_t key, uint32_t& slot) const;
+    // The prefix code XOR a scrambled index (Fibonacci hashing of the index alone). The index is
+    // known early, so the only step that waits for the previous look-up is the XOR.
+    static uint32_t slot_of(uint32_t prefix, uint32_t index) {
+        return prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits);
+    }
     // After a code was written for a string that `index` does not continue: the table entry
     // (prefix + index) goes into `slot`, or the full table is cleared or kept.
     void add_entry(uint32_t key, uint32_t slot);
@@ -81,11 +86,15 @@ private:
     bool window_says_clear();
     bool reserve(int64_t extra);
 
-    // Slot key: (prefix << 8 | index) in the low 20 bits, the table generation above it, so a
-    // reset is one increment instead of a sweep of the whole array.
-    uint32_t keys_[kHashSlots] = {};
-    uint16_t codes_[kHashSlots] = {};
-    uint32_t generation_ = 0;
+    // One word per slot: the string's code in the top 12 bits, its key (prefix << 8 | index) in
+    // the low 20. kEmpty has key 0xFFFFF, which no string has: code 4095 never gets a child.
+    static constexpr uint32_t kEmpty = 0xFFFFFFFFu;
+    static constexpr uint32_t kKeyMask = 0xFFFFFu;
+    // Both from one heap block made by the first begin() (136 kB: too big for the stack).
+    uint32_t* table_ = nullptr;
+    // The slot of each code's entry, so a reset empties only the slots in use.
+    uint16_t* slot_of_code_ = nullptr;
+    uint32_t first_code_ = 0;  // the first code with an entry in the table
 
     int min_code_size_ = 0;
     uint32_t clear_code_ = 0;
