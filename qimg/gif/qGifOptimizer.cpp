@@ -162,8 +162,8 @@ int64_t qGifOptimizer::cut(qRect area, Fill fill) {
     return total + trial_.size();
 }
 
-int64_t qGifOptimizer::encoded_size() {
-    if (trial_.begin(code_size_, false) != ST_OK) return -1;
+int64_t qGifOptimizer::encoded_size(bool deferred_clear) {
+    if (trial_.begin(code_size_, deferred_clear) != ST_OK) return -1;
     int64_t total = 0;
     const qSize size = crop_.size();
     for (int y = 0; y < size.height; ++y) {
@@ -185,9 +185,9 @@ int qGifOptimizer::write_pending(const unsigned char* next) {
     // chosen variant is cut last, so crop_ holds it already when it wins.
     if (optimize_ && transparent_ >= 0) {
         cut(area, Fill::kAsTheyAre);
-        const int64_t plain = encoded_size();
+        const int64_t plain = encoded_size(false);
         cut(area, Fill::kTransparent);
-        const int64_t transparent = encoded_size();
+        const int64_t transparent = encoded_size(false);
         const int64_t chosen = cut(area, Fill::kChosen);
         if (plain < 0 || transparent < 0 || chosen < 0) return ST_NO_MEMORY;
         if (plain < chosen || transparent < chosen) {
@@ -196,6 +196,11 @@ int qGifOptimizer::write_pending(const unsigned char* next) {
     } else {
         cut(area, Fill::kAsTheyAre);
     }
+    // Busy pictures whose statistics stay the same compress better when the full LZW table is
+    // kept; which one wins depends on the picture, so both are tried.
+    const int64_t cleared = encoded_size(false), kept = encoded_size(true);
+    if (cleared < 0 || kept < 0) return ST_NO_MEMORY;
+    writer_.set_deferred_clear(kept < cleared);
     qGifControl control;
     control.delay = pending_delay_;
     control.disposal = restore ? 2 : 1;

@@ -62,8 +62,8 @@ private:
     // The pending frame's pixels in `area` into crop_, unchanged pixels as `fill` says; with
     // kChosen the LZW size of the result (-1 out of memory), else 0.
     int64_t cut(qRect area, Fill fill);
-    // LZW bytes of crop_ (-1 out of memory).
-    int64_t encoded_size();
+    // LZW bytes of crop_ with the given clear policy (-1 out of memory).
+    int64_t encoded_size(bool deferred_clear);
     void release();
 
     qGifWriter writer_;
