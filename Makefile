@@ -79,6 +79,7 @@ bench:
 	    tests/gif/corpus/make-corpus.sh --bench-still build/bench/gif-dithered-1920x1080.gif
 	@if [ -x build/bench/bench/qimg_bench ]; then build/bench/bench/qimg_bench; \
 	 else echo "no benchmarks built yet"; fi
+	/usr/bin/python3 bench/gif_sizes.py build/bench/tools/qimg
 
 # FUZZ_SECONDS bounds each target's run.
 FUZZ_SECONDS ?= 60
