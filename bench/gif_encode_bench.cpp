@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "qimg/color/qColormap.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qGifWriter.h"

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "qimg/color/qColormap.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"

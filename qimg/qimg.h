@@ -8,33 +8,30 @@
 //   raster/  views onto pixel memory and the operations that draw into them
 //   gif/     byte sources and sinks, the growable array, the graphic control record, LZW
 //            decoding and encoding, GIF frames and animations, the stream reader and writer,
-//            and the nearest-colour cache
+//            the frame optimiser and the animation encoder
 //
 // qImageProxy is the facade most callers need: hand it an image (or read a GIF into it), then
 // query, edit and draw it.
 #pragma once
 
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/color/qHeckbertQuantizer.h"
 #include "qimg/color/qIColorQuantizer.h"
-#include "qimg/color/qIColormap.h"
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qComponent.h"
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/core/qImageBuffer.h"
-#include "qimg/core/qImageProxy.h"
 #include "qimg/core/qIndexColor.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qPixel.h"
 #include "qimg/core/qStatus.h"
 #include "qimg/core/qTypes.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qCallbackW.h"
 #include "qimg/gif/qFileR.h"
 #include "qimg/gif/qFileW.h"
 #include "qimg/gif/qGifAnimation.h"
-#include "qimg/gif/qGifColormap.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifEncoder.h"
 #include "qimg/gif/qGifFrame.h"
@@ -52,5 +49,8 @@
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qFrameDecorator.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
+#include "qimg/palette/qIColormap.h"
+#include "qimg/palette/qSafeColormap.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"

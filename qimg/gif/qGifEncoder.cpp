@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qColormap.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"

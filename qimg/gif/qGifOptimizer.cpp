@@ -12,7 +12,7 @@
 #include <climits>
 #include <cstring>
 
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qStatus.h"
 #include "qimg/gif/qGifControl.h"

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "qimg/color/qColormap.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qStatus.h"

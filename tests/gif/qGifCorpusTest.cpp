@@ -15,8 +15,7 @@
 
 #include "GifTestKit.h"
 #include "common/TestKit.h"
-#include "qimg/color/qColormap.h"
-#include "qimg/core/qImageProxy.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
@@ -24,6 +23,7 @@
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 
@@ -207,8 +207,9 @@ TEST(qGifCorpusTest, EveryFrameMatchesGiflib) {
     EXPECT_GT(controls_compared, 30);
 }
 
-// Re-encoding: every corpus file read, written and read again gives the same animation, for
-// qimg (fields, indices, composed frames) and for giflib (what it reports of both files).
+// Re-encoding: every corpus file read, written and read again gives the same animation: the same
+// composed frames in qimg, and the same report from giflib (indices, rectangles, controls,
+// tables, comments, loop count) for both files.
 TEST(qGifCorpusTest, ReencodedFilesReadBackTheSame) {
     for (const auto& path : corpus_files()) {
         SCOPED_TRACE(path.filename().string());
@@ -223,47 +224,9 @@ TEST(qGifCorpusTest, ReencodedFilesReadBackTheSame) {
         qMemoryR again(written.data(), written.size());
         ASSERT_EQ(copy.read(&again, nullptr), 0);
 
+        // giflib below compares the fields frame by frame; what it does not report:
         EXPECT_EQ(copy.size(), original.size());
         EXPECT_EQ(copy.background(), original.background());
-        EXPECT_EQ(copy.loop_count(), original.loop_count());
-        ASSERT_EQ(copy.num_comments(), original.num_comments());
-        for (int i = 0; i < copy.num_comments(); ++i) {
-            const qObjArray<char>* a = original.comment(i);
-            const qObjArray<char>* b = copy.comment(i);
-            ASSERT_EQ(b->count(), a->count());
-            EXPECT_TRUE(std::equal(a->data(), a->data() + a->count(), b->data()));
-        }
-        ASSERT_EQ((copy.global_colormap() != nullptr), (original.global_colormap() != nullptr));
-        if (copy.global_colormap()) {
-            EXPECT_EQ(qtest::entries(*copy.global_colormap()),
-                      qtest::entries(*original.global_colormap()));
-        }
-        ASSERT_EQ(copy.num_frames(), original.num_frames());
-        for (int f = 0; f < copy.num_frames(); ++f) {
-            SCOPED_TRACE(f);
-            const qGifFrame* a = original.frame(f);
-            const qGifFrame* b = copy.frame(f);
-            EXPECT_EQ(b->frame_rect(), a->frame_rect());
-            EXPECT_EQ(b->interlaced(), a->interlaced());
-            ASSERT_EQ(b->local_colormap() != nullptr, a->local_colormap() != nullptr);
-            if (a->local_colormap()) {
-                EXPECT_EQ(qtest::entries(*b->local_colormap()),
-                          qtest::entries(*a->local_colormap()));
-            }
-            ASSERT_EQ(b->control() != nullptr, a->control() != nullptr);
-            if (a->control()) {
-                EXPECT_EQ(b->control()->delay, a->control()->delay);
-                EXPECT_EQ(b->control()->disposal, a->control()->disposal);
-                EXPECT_EQ(b->control()->transparent, a->control()->transparent);
-            }
-            const qRect r = a->frame_rect();
-            for (int y = 0; y < r.height; ++y) {
-                ASSERT_TRUE(std::equal(a->image()->pixel_address(y, 0),
-                                       a->image()->pixel_address(y, 0) + r.width,
-                                       b->image()->pixel_address(y, 0)))
-                    << "row " << y;
-            }
-        }
         EXPECT_EQ(gif_test::composed_frames(copy), gif_test::composed_frames(original));
 
         Reference before, after;

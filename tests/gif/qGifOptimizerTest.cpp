@@ -134,10 +134,6 @@ TEST(qGifOptimizerTest, RefusesBadFrames) {
     options.colors = 1;
     EXPECT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &sink, nullptr), -5);
     EXPECT_EQ(qGifEncoder::reencode(nullptr, RS_RECUT, -1, 0, &sink, nullptr), -5);
-    qGifOptimizer optimizer;
-    const unsigned char screen[4] = {0, 1, 2, 4};
-    EXPECT_EQ(optimizer.add_frame(screen, 2, 0), -5);  // no begin()
-    EXPECT_EQ(optimizer.finish(), -5);
 }
 
 }  // namespace

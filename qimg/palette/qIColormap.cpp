@@ -1,4 +1,6 @@
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
+
+#include "qimg/core/qNoValuePriv.h"
 
 qIColormap::~qIColormap() = default;
 qIExColormap::~qIExColormap() = default;
@@ -20,5 +22,5 @@ int qIColormap::min_t_index() const {
     for (int i = 0; i < num_colors(); ++i) {
         if (get_color(i).alpha == 0) return i;
     }
-    return -1;
+    return kNoValue;
 }

@@ -45,31 +45,32 @@ public:
     // image and may change or destroy it afterwards.
 
     // Holds a copy of a true-colour image, placed at (0, 0) on a screen of its size.
-    // 0; -5 for a null or invalid image; -6 for an image the copy cannot take; -1 when memory
-    // runs out.
+    // ST_OK; ST_BAD_ARGUMENT for a null or invalid image; ST_UNSUPPORTED for an image the copy
+    // cannot take; ST_NO_MEMORY when memory runs out.
     int Set(const qIDirectImage* image);
     // Holds a copy of an index image with a private copy of its colour map (so palette edits
     // never reach the caller's map); the copy's transparent index is the image's min_t_index().
-    // 0; -5 for a null or invalid image; -1 when memory runs out or the map cannot be copied;
-    // -6 for pixels that are no indices.
+    // ST_OK; ST_BAD_ARGUMENT for a null or invalid image; ST_NO_MEMORY when memory runs out or the
+    // map cannot be copied; ST_UNSUPPORTED for pixels that are no indices.
     int Set(const qIIndexImage* image);
-    // Holds a deep copy of `other`'s image. 0; -5 when `other` is null or not valid (a proxy
-    // handed to its own Set is emptied first, so it ends empty with -5); -1 when memory runs out.
+    // Holds a deep copy of `other`'s image. ST_OK; ST_BAD_ARGUMENT when `other` is null or not
+    // valid (a proxy handed to its own Set is emptied first, so it ends empty with
+    // ST_BAD_ARGUMENT); ST_NO_MEMORY when memory runs out.
     int Set(const qImageProxy* other);
     // Reads a GIF file, still or animated, and holds it as an animation (frame 0 current; a
     // still GIF is one frame, so is_animation() is false). `monitor` (may be null) hears the
     // byte position after each image data sub-block and stops the reading by answering false.
-    // A stream that breaks off (no trailer, -3) or is stopped (1) after at least one complete
-    // frame still gives 0 with the frames read so far. A logical screen declared empty takes
-    // the size of the first frame's image. 0; -3 the file cannot be opened or is cut short;
-    // -1 out of memory, or an empty screen without any frame; otherwise the reader's code
-    // (1, -5, -6, -8, -9). When the file cannot be opened or memory runs out before reading,
-    // the proxy keeps what it held; otherwise it holds the new animation or, on failure,
-    // nothing.
+    // A stream that breaks off (no trailer, ST_READ_ERROR) or is stopped (1) after at least one
+    // complete frame still gives 0 with the frames read so far. A logical screen declared empty
+    // takes the size of the first frame's image. ST_OK; ST_READ_ERROR the file cannot be opened or
+    // is cut short; ST_NO_MEMORY, or an empty screen without any frame; otherwise the reader's code
+    // (1, ST_BAD_ARGUMENT, ST_UNSUPPORTED, ST_BAD_FORMAT, ST_UNDECODABLE). When the file cannot be
+    // opened or memory runs out before reading, the proxy keeps what it held; otherwise it holds
+    // the new animation or, on failure, nothing.
     int read_gif(const char* path, qIMonitor* monitor);
     // The same from any byte source, for GIF bytes that are not in a file (qMemoryR over
     // memory the caller holds). The source is read from its current position and not closed.
-    // -5 (proxy unchanged) for a null source; otherwise as above.
+    // ST_BAD_ARGUMENT (proxy unchanged) for a null source; otherwise as above.
     int read_gif(qIFileR* source, qIMonitor* monitor);
 
     // ---- queries ---------------------------------------------------------------------------
@@ -100,17 +101,15 @@ public:
     // of its pixels with alpha >= 1, alpha 255; opaque black when every pixel is transparent;
     // (0, 0, 0, 0) when it cannot be worked out (empty proxy, no memory).
     qPixRA get_rep_color() const;
-    // Draws the image into `target`: `rect` is the area to fill, `point` the position on the
-    // screen (magnified by the factors) that lands on rect's top-left corner; factors of 1.0
-    // draw unscaled; `opaque` ignores transparency. 0; -5 when the proxy is not valid or the
-    // target is null; the drawing codes of the image otherwise.
+    // Draws the image as qIComponent::Draw describes, `point` being a position on the screen.
+    // ST_BAD_ARGUMENT also when the proxy is not valid.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const;
 
     // ---- changes ---------------------------------------------------------------------------
-    // The logical screen size; 0, or -5 when the proxy is empty.
+    // The logical screen size; 0, or ST_BAD_ARGUMENT when the proxy is empty.
     int set_screen_size(qSize size);
-    // The image's position on the screen; 0, or -5 when the proxy is empty.
+    // The image's position on the screen; 0, or ST_BAD_ARGUMENT when the proxy is empty.
     int set_offset(qPoint offset);
     // Palette edits of an indexed image, on the proxy's own copy of the palette. Refused
     // (nothing done, false) for true colour, for an index outside the palette and when empty.
@@ -118,21 +117,11 @@ public:
     bool set_transparent(int index);
     bool set_ex_transparent(int index);
     bool set_color(int index, qPixRA color);
-    // Colour reduction of the image (an animation's current frame), which then becomes an 8-bit
-    // indexed image with its own copy of the palette. QT_NEAREST maps each pixel to its nearest
-    // entry, any other quantizer diffuses the error (color_strength, and alpha_strength > 0 for
-    // alpha when `opaque` is false). `opaque` false keeps transparency: alpha-0 pixels take the
-    // palette's transparent entry. 0; 1 when `monitor` stopped it; -5 when empty or for a null
-    // map or one outside 1..256 entries (as CM_GRAY makes for num_colors < 1 with `opaque`); -6 an
-    // unknown cmap_type; -10 transparent pixels and a map without alpha-0 entry; -1 no memory. On
-    // any non-zero result the image is unchanged.
-    //
-    // With a copy of `colormap` (the caller keeps its map).
+    // Colour reduction of the image (an animation's current frame) as qIFrame::quantize_colors
+    // describes both forms; the image then becomes an 8-bit indexed image with its own copy of
+    // the palette. ST_BAD_ARGUMENT also when the proxy is empty.
     int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, qIMonitor* monitor);
-    // With a generated palette of at most `num_colors` entries (at most 256), transparent white
-    // last when `opaque` is false: CM_ADAPTIVE a median cut of the pixels whose alpha is at
-    // least `min_alpha`, CM_CUBE a colour cube, CM_GRAY a grey ramp.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor);

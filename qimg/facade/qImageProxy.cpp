@@ -1,8 +1,10 @@
-#include "qimg/core/qImageProxy.h"
+#include "qimg/facade/qImageProxy.h"
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qIndexColor.h"
+#include "qimg/core/qNoValuePriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameDecorator.h"
@@ -14,7 +16,7 @@ template <class Leaf, class Source>
 int copy_leaf(const Source* source, Leaf** out) {
     *out = nullptr;
     Leaf* leaf = q_new<Leaf>();
-    if (!leaf) return -1;
+    if (!leaf) return ST_NO_MEMORY;
     const int rc = leaf->copy_from(source);
     if (rc != 0) {
         delete leaf;
@@ -49,7 +51,7 @@ int qImageProxy::hold_in_frame(qIComponent* leaf) {
     qFrameDecorator* decorator = q_new<qFrameDecorator>();
     if (!decorator) {
         delete leaf;
-        return -1;
+        return ST_NO_MEMORY;
     }
     const int rc = decorator->attach(leaf, qPoint(0, 0));  // takes the leaf
     if (rc != 0) {
@@ -65,14 +67,14 @@ int qImageProxy::hold_in_frame(qIComponent* leaf) {
 // happens, the old component is gone afterwards.
 int qImageProxy::Set(const qIDirectImage* image) {
     qDirectImage* leaf = nullptr;
-    const int rc = image ? copy_leaf(image, &leaf) : -5;
+    const int rc = image ? copy_leaf(image, &leaf) : ST_BAD_ARGUMENT;
     clear();
     return rc == 0 ? hold_in_frame(leaf) : rc;
 }
 
 int qImageProxy::Set(const qIIndexImage* image) {
     qColorIndexImage* leaf = nullptr;
-    const int rc = image ? copy_leaf(image, &leaf) : -5;
+    const int rc = image ? copy_leaf(image, &leaf) : ST_BAD_ARGUMENT;
     clear();
     return rc == 0 ? hold_in_frame(leaf) : rc;
 }
@@ -80,9 +82,9 @@ int qImageProxy::Set(const qIIndexImage* image) {
 int qImageProxy::Set(const qImageProxy* other) {
     // Emptied first: a proxy handed to its own Set is then invalid and ends empty.
     clear();
-    if (!other || !other->valid()) return -5;
+    if (!other || !other->valid()) return ST_BAD_ARGUMENT;
     component_ = other->component_->clone();
-    return component_ ? 0 : -1;
+    return component_ ? 0 : ST_NO_MEMORY;
 }
 
 bool qImageProxy::valid() const {
@@ -107,7 +109,7 @@ const qIColormap* qImageProxy::colormap() const {
 }
 
 int qImageProxy::pixel_index(qPoint point) const {
-    return component_ ? component_->pixel_index(point) : -1;
+    return component_ ? component_->pixel_index(point) : kNoValue;
 }
 
 const qILeaf* qImageProxy::current_leaf() const {
@@ -132,7 +134,7 @@ int qImageProxy::num_frames() const {
 
 int qImageProxy::min_t_index() const {
     const qIIndexColor* side = palette_side();
-    return side ? side->min_t_index() : -1;
+    return side ? side->min_t_index() : kNoValue;
 }
 
 qPixRA qImageProxy::get_rep_color() const {
@@ -142,18 +144,18 @@ qPixRA qImageProxy::get_rep_color() const {
 
 int qImageProxy::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
                       bool opaque) const {
-    if (!valid()) return -5;
+    if (!valid()) return ST_BAD_ARGUMENT;
     return component_->Draw(target, rect, point, scale_x, scale_y, opaque);
 }
 
 int qImageProxy::set_screen_size(qSize size) {
     qIFrame* f = frame();
-    return f ? f->set_screen_size(size) : -5;
+    return f ? f->set_screen_size(size) : ST_BAD_ARGUMENT;
 }
 
 int qImageProxy::set_offset(qPoint offset) {
     qIFrame* f = frame();
-    return f ? f->set_offset(offset) : -5;
+    return f ? f->set_offset(offset) : ST_BAD_ARGUMENT;
 }
 
 void qImageProxy::set_opaque_all() {
@@ -180,7 +182,7 @@ int qImageProxy::quantize_colors(const qIColormap* colormap, qQuantizer quantize
     qIFrame* f = frame();
     return f ? f->quantize_colors(colormap, quantizer, opaque, color_strength, alpha_strength,
                                   monitor)
-             : -5;
+             : ST_BAD_ARGUMENT;
 }
 
 int qImageProxy::quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer,
@@ -189,5 +191,5 @@ int qImageProxy::quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer
     qIFrame* f = frame();
     return f ? f->quantize_colors(num_colors, cmap_type, quantizer, opaque, color_strength,
                                   alpha_strength, min_alpha, monitor)
-             : -5;
+             : ST_BAD_ARGUMENT;
 }

@@ -1,6 +1,8 @@
-#include "qimg/color/qSafeColormap.h"
+#include "qimg/palette/qSafeColormap.h"
 
 #include <cstring>
+
+#include "qimg/core/qStatus.h"
 
 qSafeColormap::qSafeColormap(const qIColormap* source, int transparent_index) {
     assign(source, transparent_index);
@@ -10,9 +12,9 @@ qSafeColormap::~qSafeColormap() = default;
 
 int qSafeColormap::assign(const qIColormap* source, int transparent_index) {
     clear();
-    if (!source) return -5;
+    if (!source) return ST_BAD_ARGUMENT;
     const int n = source->num_colors();
-    if (n < 1 || n > kCapacity) return -5;
+    if (n < 1 || n > kCapacity) return ST_BAD_ARGUMENT;
     for (int i = 0; i < n; ++i) entries_[i] = source->get_color(i);
     count_ = n;
     if (transparent_index >= 0) set_ex_transparent(transparent_index);

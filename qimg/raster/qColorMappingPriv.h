@@ -11,11 +11,11 @@
 #include <cstdint>
 #include <typeinfo>
 
-#include "qimg/color/qIColormap.h"
-#include "qimg/color/qSafeColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/core/qMonitor.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/palette/qIColormap.h"
+#include "qimg/palette/qSafeColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 // Rows and columns one call maps, after checks and clipping.
@@ -27,10 +27,10 @@ struct qMappingJob {
 };
 
 // Checks the views and clips `area` to the destination. 0 with `job` filled (an empty area is
-// no error); -5 null source or map, an indexed source without palette copy, or a source that
-// does not cover the clipped area from `source_origin`'s column on (row y always reads source
-// row y); -6 a destination that is not PT_INDEX8 or a source that is neither PT_BGRA32 nor
-// PT_INDEX8. Nothing is written.
+// no error); ST_BAD_ARGUMENT null source or map, an indexed source without palette copy, or a
+// source that does not cover the clipped area from `source_origin`'s column on (row y always reads
+// source row y); ST_UNSUPPORTED a destination that is not PT_INDEX8 or a source that is neither
+// PT_BGRA32 nor PT_INDEX8. Nothing is written.
 int q_prepare_mapping(const qImageEdit& destination, qRect area, const qImageAlias* source,
                       qPoint source_origin, const qIExColormap* map, qMappingJob& job);
 

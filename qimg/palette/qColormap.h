@@ -4,7 +4,7 @@
 // qColorIndexImage. Not copyable by value: copy_from() makes a copy and reports failure.
 #pragma once
 
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
 
 class QIMG_API qColormap : public qIColormap {
 public:
@@ -14,11 +14,12 @@ public:
     qColormap& operator=(const qColormap&) = delete;
 
     // Empties the map, then makes n entries of zero bytes (black, alpha 0).
-    // 0; -5 for n outside 1..256; -1 when allocation fails. The map stays empty on failure.
+    // ST_OK; ST_BAD_ARGUMENT for n outside 1..256; ST_NO_MEMORY when allocation fails. The map
+    // stays empty on failure.
     int create(int n);
     // Empties the map, then copies every entry of `source` (get_color(0) upward).
-    // 0; -5 for a null source or one with fewer than 1 or more than 256 entries; -1 when
-    // allocation fails. The map stays empty on failure.
+    // ST_OK; ST_BAD_ARGUMENT for a null source or one with fewer than 1 or more than 256 entries;
+    // ST_NO_MEMORY when allocation fails. The map stays empty on failure.
     int copy_from(const qIColormap* source);
 
     // Palette edits. Each returns false and changes nothing when `index` is not an entry.

@@ -24,9 +24,11 @@
 // grows by a constant. Only a strictly smaller distance replaces a cell's best, so among equal
 // distances the lower index wins. All arithmetic is exact in 32-bit integers (the largest
 // distance, 14 * 255^2, is far below 2^31).
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/color/qGifColormap.h"
 
 #include <cstring>
+
+#include "qimg/core/qNoValuePriv.h"
 
 namespace {
 
@@ -90,7 +92,7 @@ qPixRA qGifColormap::get_color(int index) const {
 
 int qGifColormap::map_color(unsigned char red, unsigned char green, unsigned char blue,
                             unsigned char alpha) const {
-    if (alpha < 128) return wrapped_ ? wrapped_->min_t_index() : -1;
+    if (alpha < 128) return wrapped_ ? wrapped_->min_t_index() : kNoValue;
     return lookup(red, green, blue);
 }
 
@@ -101,7 +103,7 @@ int qGifColormap::nearest_index(unsigned char red, unsigned char green, unsigned
 int qGifColormap::fill_block(int cell) const {
     const int n = wrapped_ ? wrapped_->num_colors() : 0;
     const int entries = n < kMaxCandidates ? n : kMaxCandidates;
-    if (entries <= 0) return -1;
+    if (entries <= 0) return kNoValue;
 
     // First cell of the block, in cell coordinates, and its centre in 8-bit units.
     const int r0 = ((cell >> 10) & 31) & ~3;

@@ -1,6 +1,7 @@
-#include "qimg/color/qColormap.h"
+#include "qimg/palette/qColormap.h"
 
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
 
 namespace {
 constexpr int kMaxEntries = 256;
@@ -18,20 +19,20 @@ void qColormap::clear() {
 
 int qColormap::create(int n) {
     clear();
-    if (n < 1 || n > kMaxEntries) return -5;
+    if (n < 1 || n > kMaxEntries) return ST_BAD_ARGUMENT;
     entries_ = q_new_array<qPixRA>(n);  // value-initialised: every byte zero
-    if (!entries_) return -1;
+    if (!entries_) return ST_NO_MEMORY;
     count_ = n;
     return 0;
 }
 
 int qColormap::copy_from(const qIColormap* source) {
     clear();
-    if (!source) return -5;
+    if (!source) return ST_BAD_ARGUMENT;
     const int n = source->num_colors();
-    if (n < 1 || n > kMaxEntries) return -5;
+    if (n < 1 || n > kMaxEntries) return ST_BAD_ARGUMENT;
     entries_ = q_new_array<qPixRA>(n);
-    if (!entries_) return -1;
+    if (!entries_) return ST_NO_MEMORY;
     for (int i = 0; i < n; ++i) entries_[i] = source->get_color(i);
     count_ = n;
     return 0;

@@ -15,7 +15,7 @@
 
 #include <cstdint>
 
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
 
 class QIMG_API qGifColormap : public qIExColormap {
 public:

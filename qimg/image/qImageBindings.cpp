@@ -1,6 +1,7 @@
 // The bindings of the views onto the library's own image classes. They live apart from the
 // generic bindings because they know the concrete classes: an image's pixels are one contiguous
 // top-down block of padded rows, so no row needs to be asked for.
+#include "qimg/core/qStatus.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qIndexImage.h"
 #include "qimg/raster/qImageAlias.h"
@@ -9,7 +10,7 @@
 int qImageAlias::Bind(const qDirectImage* image) {
     if (!image) {
         release();
-        return -5;
+        return ST_BAD_ARGUMENT;
     }
     const qSize size = image->size();
     const qPixelType type = image->pixel_type();
@@ -19,7 +20,7 @@ int qImageAlias::Bind(const qDirectImage* image) {
 int qImageAlias::Bind(const qIndexImage* image) {
     if (!image) {
         release();
-        return -5;
+        return ST_BAD_ARGUMENT;
     }
     const qSize size = image->size();
     const qPixelType type = image->pixel_type();

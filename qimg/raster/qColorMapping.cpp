@@ -6,15 +6,16 @@
 // mapping (the diffusing mapper can dither them).
 #include <cstdint>
 
-#include "qimg/color/qColorMappingPriv.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/raster/qColorMappingPriv.h"
 
 int q_prepare_mapping(const qImageEdit& destination, qRect area, const qImageAlias* source,
                       qPoint source_origin, const qIExColormap* map, qMappingJob& job) {
-    if (!source || !map) return -5;
-    if (destination.pixel_type() != PT_INDEX8 || !destination.valid()) return -6;
+    if (!source || !map) return ST_BAD_ARGUMENT;
+    if (destination.pixel_type() != PT_INDEX8 || !destination.valid()) return ST_UNSUPPORTED;
     const qPixelType type = source->pixel_type();
-    if (type != PT_BGRA32 && type != PT_INDEX8) return -6;
-    if (type == PT_INDEX8 && !source->colormap()) return -5;
+    if (type != PT_BGRA32 && type != PT_INDEX8) return ST_UNSUPPORTED;
+    if (type == PT_INDEX8 && !source->colormap()) return ST_BAD_ARGUMENT;
 
     const qRect clipped = area.intersect(qRect(destination.size()));
     job = qMappingJob{};
@@ -26,7 +27,7 @@ int q_prepare_mapping(const qImageEdit& destination, qRect area, const qImageAli
     const int64_t source_x = int64_t{source_origin.x} + (int64_t{clipped.x} - area.x);
     if (!source->valid() || source_x < 0 || source_x + clipped.width > source->width() ||
         int64_t{clipped.y} + clipped.height > source->height()) {
-        return -5;
+        return ST_BAD_ARGUMENT;
     }
     job.area = clipped;
     job.source_x = static_cast<int>(source_x);
@@ -64,9 +65,9 @@ int qImageEdit::map_colors(qRect area, const qImageAlias* source, qPoint source_
             unsigned char* out = pixel_address(y, a.x);
             const bool ok = opaque ? map_row<false>(out, reader, a.width, lookup)
                                    : map_row<true>(out, reader, a.width, lookup);
-            if (!ok) return -10;
-            if (!q_report_row(monitor, y - a.y + 1, a.height)) return 1;
+            if (!ok) return ST_UNMAPPABLE;
+            if (!q_report_row(monitor, y - a.y + 1, a.height)) return ST_CANCELLED;
         }
-        return 0;
+        return ST_OK;
     });
 }

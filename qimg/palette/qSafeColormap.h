@@ -5,7 +5,7 @@
 // source's palette in one; the block transfer compares two such copies with equals().
 #pragma once
 
-#include "qimg/color/qIColormap.h"
+#include "qimg/palette/qIColormap.h"
 
 class QIMG_API qSafeColormap : public qIColormap {
 public:
@@ -20,8 +20,8 @@ public:
 
     // Empties the map, copies the source's entries and, when transparent_index >= 0, makes that
     // entry the only transparent one (set_ex_transparent; an index past the entries still makes
-    // every entry opaque). 0; -5 for a null source or one with fewer than 1 or more than 256
-    // entries, the map left empty.
+    // every entry opaque). ST_OK; ST_BAD_ARGUMENT for a null source or one with fewer than 1 or
+    // more than 256 entries, the map left empty.
     int assign(const qIColormap* source, int transparent_index);
 
     // Stores `colour` into entry `index`; an index at or past num_colors() extends the map to

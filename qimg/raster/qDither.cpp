@@ -31,9 +31,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "qimg/color/qColorMappingPriv.h"
-#include "qimg/color/qDitherPriv.h"
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/raster/qColorMappingPriv.h"
+#include "qimg/raster/qDitherPriv.h"
 
 namespace {
 
@@ -121,17 +122,17 @@ bool dither_row(unsigned char* out, const Reader& in, int width, int y, const Lo
 int qImageEdit::dither_colors(qRect area, const qImageAlias* source, qPoint source_origin,
                               const qIExColormap* map, bool opaque, float color_strength,
                               float alpha_strength, qIMonitor* monitor) {
-    if (!source || !map) return -5;
+    if (!source || !map) return ST_BAD_ARGUMENT;
     Tables tables;
     q_fill_error_table(tables.color, color_strength);
     q_fill_error_table(tables.alpha, alpha_strength);
 
     // The error rows are sized for the area as clipped to this view.
     const qRect clipped = area.intersect(qRect(size()));
-    if (clipped.width < 1) return -1;
+    if (clipped.width < 1) return ST_NO_MEMORY;
     const size_t cells = static_cast<size_t>(clipped.width) + 2;
     auto* block = static_cast<int32_t*>(q_calloc(4 * cells, sizeof(int32_t)));
-    if (!block) return -1;
+    if (!block) return ST_NO_MEMORY;
     const ErrorRows rows{
         {block + 1, block + cells + 1, block + 2 * cells + 1, block + 3 * cells + 1}
     };
@@ -164,10 +165,10 @@ int qImageEdit::dither_colors(qRect area, const qImageAlias* source, qPoint sour
                                                    rows);
                         break;
                 }
-                if (!ok) return -10;
-                if (!q_report_row(monitor, y - a.y + 1, a.height)) return 1;
+                if (!ok) return ST_UNMAPPABLE;
+                if (!q_report_row(monitor, y - a.y + 1, a.height)) return ST_CANCELLED;
             }
-            return 0;
+            return ST_OK;
         });
     }
     q_free(block);
