@@ -13,7 +13,7 @@ BUILD_PACKAGES := cmake make g++ pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libpng-dev libgif-dev
 DEMO_PACKAGES := $(BUILD_PACKAGES) libpng-dev
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev libstb-dev \
-                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick
+                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick gifsicle
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
 FORMAT_PACKAGES := clang-format
 # The Python package: pybind11 and numpy build it; pytest runs its tests and Pillow is the peer
@@ -101,6 +101,7 @@ bench:
 	    tests/gif/corpus/make-corpus.sh --bench-still build/bench/gif-dithered-1920x1080.gif
 	@[ -d build/bench/gif-classes ] || bench/make-gif-classes.sh build/bench/gif-classes
 	build/bench/bench/qimg_bench
+	$(PYTHON) bench/gif_sizes.py build/bench/tools/qimg
 
 # qimg's Python package beside Pillow on the same files, in one run.
 bench-python: python

@@ -6,8 +6,9 @@
 //   color/   colour maps, the median-cut quantizer and fixed palettes
 //   image/   true-colour and indexed images, the frame decorator, the frame composer
 //   raster/  views onto pixel memory and the operations that draw into them
-//   gif/     byte sources, the growable array, the graphic control record, LZW decoding,
-//            GIF frames and animations, the stream reader and the nearest-colour cache
+//   gif/     byte sources and sinks, the growable array, the graphic control record, LZW
+//            decoding and encoding, GIF frames and animations, the stream reader and writer,
+//            the frame optimiser and the animation encoder
 //
 // qImageProxy is the facade most callers need: hand it an image (or read a GIF into it), then
 // query, edit and draw it.
@@ -27,13 +28,21 @@
 #include "qimg/core/qStatus.h"
 #include "qimg/core/qTypes.h"
 #include "qimg/facade/qImageProxy.h"
+#include "qimg/gif/qCallbackW.h"
 #include "qimg/gif/qFileR.h"
+#include "qimg/gif/qFileW.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifEncoder.h"
 #include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qGifOptimizer.h"
+#include "qimg/gif/qGifWriter.h"
 #include "qimg/gif/qIFileR.h"
+#include "qimg/gif/qIFileW.h"
 #include "qimg/gif/qLzwDecoder.h"
+#include "qimg/gif/qLzwEncoder.h"
 #include "qimg/gif/qMemoryR.h"
+#include "qimg/gif/qMemoryW.h"
 #include "qimg/gif/qObjArray.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"
