@@ -9,12 +9,11 @@ CMAKE_CONFIGURE := cmake -G "Unix Makefiles"
 
 BUILD_PACKAGES := cmake make g++ pkg-config
 # libpng-dev: the example and the command-line program read and write PNG through it.
-#: the command-line program reads and writes PNG through it.
 # libgif-dev: the GIF tests compare every frame of the corpus with giflib's reading of it.
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libgmock-dev libpng-dev libgif-dev
 DEMO_PACKAGES := $(BUILD_PACKAGES) libpng-dev
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libpixman-1-dev libgif-dev libstb-dev \
-                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick
+                  libimagequant-dev lomiri-wallpapers-20.04 python3-pil imagemagick gifsicle
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang libclang-rt-14-dev
 FORMAT_PACKAGES := clang-format
 # The Python package: pybind11 and numpy build it; pytest runs its tests and Pillow is the peer
@@ -35,7 +34,7 @@ all: demo
 test:
 	$(ENSURE) $(TEST_PACKAGES)
 	$(CMAKE_CONFIGURE) -S . -B build/test -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-g -O1" \
-	    -DQIMG_SANITIZE=ON -DQIMG_ALLOCATION_HOOK=ON
+	    -DQIMG_SANITIZE=ON -DQIMG_TEST_HOOKS=ON
 	cmake --build build/test -j$(JOBS)
 	ctest --test-dir build/test --output-on-failure -j$(JOBS)
 	$(MAKE) test-python
@@ -65,7 +64,7 @@ test32:
 	$(ENSURE) $(TEST32_PACKAGES)
 	$(CMAKE_CONFIGURE) -S . -B build/test32 --toolchain cmake/i686-linux-gnu.cmake \
 	    -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-g -O1" -DQIMG_SANITIZE=ON \
-	    -DQIMG_ALLOCATION_HOOK=ON -DQIMG_GTEST_SOURCE_DIR=/usr/src/googletest \
+	    -DQIMG_TEST_HOOKS=ON -DQIMG_GTEST_SOURCE_DIR=/usr/src/googletest \
 	    -DQIMG_BUILD_TOOLS=OFF -DQIMG_BUILD_EXAMPLES=OFF
 	cmake --build build/test32 -j$(JOBS)
 	ctest --test-dir build/test32 --output-on-failure -j$(JOBS)
@@ -101,8 +100,8 @@ bench:
 	@[ -f build/bench/gif-dithered-1920x1080.gif ] || \
 	    tests/gif/corpus/make-corpus.sh --bench-still build/bench/gif-dithered-1920x1080.gif
 	@[ -d build/bench/gif-classes ] || bench/make-gif-classes.sh build/bench/gif-classes
-	@if [ -x build/bench/bench/qimg_bench ]; then build/bench/bench/qimg_bench; \
-	 else echo "no benchmarks built yet"; fi
+	build/bench/bench/qimg_bench
+	$(PYTHON) bench/gif_sizes.py build/bench/tools/qimg
 
 # The palette-quality table of bench/README.md: qimg, libimagequant and Pillow on the same photos.
 bench-quality:
@@ -125,8 +124,7 @@ fuzz:
 	    -DQIMG_BUILD_TESTS=OFF -DQIMG_BUILD_FUZZ=ON -DQIMG_WARNINGS_AS_ERRORS=OFF \
 	    -DQIMG_BUILD_TOOLS=OFF -DQIMG_BUILD_EXAMPLES=OFF
 	cmake --build build/fuzz -j$(JOBS) --target $$(cd fuzz && ls *_fuzzer.cpp | sed 's/^/fuzz_/; s/_fuzzer.cpp$$//')
-	@if [ -x fuzz/run-all ]; then fuzz/run-all build/fuzz $(FUZZ_SECONDS); \
-	 else echo "no fuzz targets yet"; fi
+	fuzz/run-all build/fuzz $(FUZZ_SECONDS)
 
 # A short run of every fuzz target, as CI does.
 FUZZ_SMOKE_SECONDS ?= 20

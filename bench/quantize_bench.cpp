@@ -21,9 +21,9 @@
 
 #include "photos.h"
 #include "qimg/color/qColorQuantProxy.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qImageBuffer.h"
-#include "qimg/core/qImageProxy.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {

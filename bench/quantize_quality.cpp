@@ -28,8 +28,8 @@
 #include <vector>
 
 #include "photos.h"
-#include "qimg/color/qIColormap.h"
-#include "qimg/core/qImageProxy.h"
+#include "qimg/facade/qImageProxy.h"
+#include "qimg/palette/qIColormap.h"
 
 namespace {
 
@@ -211,9 +211,9 @@ int main(int argc, char** argv) {
         const char* name;
         const char* path;
     } files[] = {
-        {  "bird",            "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg"},
-        {   "sea",              "/usr/share/backgrounds/Infinite-Sea_by_Aury88.jpg"},
-        { "fossa",                "/usr/share/backgrounds/Fossa_by_Jasper_Roks.jpg"},
+        {"bird",   "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg"           },
+        {"sea",    "/usr/share/backgrounds/Infinite-Sea_by_Aury88.jpg"             },
+        {"fossa",  "/usr/share/backgrounds/Fossa_by_Jasper_Roks.jpg"               },
         {"colors", "/usr/share/backgrounds/Painting-Colors_by__herobrine7gamer.jpg"},
     };
     std::vector<Photo> photos;

@@ -3,45 +3,55 @@
 //
 //   core/    value types, enumerations, status codes, the progress monitor, the component
 //            and pixel-buffer interfaces, and the facade qImageProxy
-//   color/   colour maps, the median-cut quantizer and fixed palettes
+//   color/   colour maps, the median-cut and quality quantizers and fixed palettes
 //   image/   true-colour and indexed images, the frame decorator, the frame composer
 //   raster/  views onto pixel memory and the operations that draw into them
-//   gif/     byte sources, the growable array, the graphic control record, LZW decoding,
-//            GIF frames and animations, the stream reader and the nearest-colour cache
+//   gif/     byte sources and sinks, the growable array, the graphic control record, LZW
+//            decoding and encoding, GIF frames and animations, the stream reader and writer,
+//            the frame optimiser and the animation encoder
 //
 // qImageProxy is the facade most callers need: hand it an image (or read a GIF into it), then
 // query, edit and draw it.
 #pragma once
 
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/color/qHeckbertQuantizer.h"
 #include "qimg/color/qIColorQuantizer.h"
-#include "qimg/color/qIColormap.h"
-#include "qimg/color/qSafeColormap.h"
+#include "qimg/color/qQualityQuantizer.h"
 #include "qimg/core/qComponent.h"
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/core/qImageBuffer.h"
-#include "qimg/core/qImageProxy.h"
 #include "qimg/core/qIndexColor.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qPixel.h"
 #include "qimg/core/qStatus.h"
 #include "qimg/core/qTypes.h"
+#include "qimg/facade/qImageProxy.h"
+#include "qimg/gif/qCallbackW.h"
 #include "qimg/gif/qFileR.h"
+#include "qimg/gif/qFileW.h"
 #include "qimg/gif/qGifAnimation.h"
-#include "qimg/gif/qGifColormap.h"
 #include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifEncoder.h"
 #include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qGifOptimizer.h"
+#include "qimg/gif/qGifWriter.h"
 #include "qimg/gif/qIFileR.h"
+#include "qimg/gif/qIFileW.h"
 #include "qimg/gif/qLzwDecoder.h"
+#include "qimg/gif/qLzwEncoder.h"
 #include "qimg/gif/qMemoryR.h"
+#include "qimg/gif/qMemoryW.h"
 #include "qimg/gif/qObjArray.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qFrameDecorator.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
+#include "qimg/palette/qIColormap.h"
+#include "qimg/palette/qSafeColormap.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"

@@ -1,9 +1,10 @@
-// qimg quantize IN.png -o OUT.png --colors N [--palette quality|median-cut|cube|gray]
+// qimg quantize IN.png -o OUT.png|OUT.gif --colors N [--palette quality|median-cut|cube|gray]
 //                [--dither [--color-strength S] [--alpha-strength S]] [--opaque]
 #include <cstring>
 
 #include "cli_args.h"
 #include "cli_common.h"
+#include "cli_gif_write.h"
 #include "cli_progress.h"
 #include "png_io.h"
 
@@ -99,13 +100,20 @@ int command_quantize(ArgList& args) {
     const auto* indexed = dynamic_cast<const qIIndexImage*>(proxy.current_leaf());
     if (!indexed || !indexed->colormap()) return report_error(o.input, "no indexed result");
     const qSize size = indexed->size();
+    // A .gif name gets a GIF; anything else a palette PNG.
+    const bool gif = has_gif_extension(o.output);
+    if (gif) {
+        if (const int written = write_indexed_gif(o.output, *indexed); written != kExitOk) {
+            return written;
+        }
+    }
     std::vector<unsigned char> indices(static_cast<size_t>(size.width) * size.height);
     for (int y = 0; y < size.height; ++y) {
         std::memcpy(indices.data() + static_cast<size_t>(y) * size.width,
                     indexed->pixel_address(y, 0), static_cast<size_t>(size.width));
     }
-    if (!write_png_indexed(o.output, indices.data(), size.width, size.height, size.width,
-                           *indexed->colormap(), error)) {
+    if (!gif && !write_png_indexed(o.output, indices.data(), size.width, size.height, size.width,
+                                   *indexed->colormap(), error)) {
         return report_error(o.output, error);
     }
     std::printf("%s: %d x %d, %d palette entries -> %s\n", o.input.c_str(), size.width, size.height,

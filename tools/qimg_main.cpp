@@ -7,6 +7,7 @@
 
 #include "cli_args.h"
 #include "cli_common.h"
+#include "cli_gif_write.h"
 #include "cli_progress.h"
 
 namespace {
@@ -22,14 +23,21 @@ Commands:
         with its disposal method, magnified by nearest neighbour (factors 0.01 to 64).
   sheet FILE.gif -o SHEET.png [--columns C] [--scale S]
         Writes every composed frame on one contact sheet, labelled by index and delay.
-  quantize IN.png -o OUT.png --colors N [--palette quality|median-cut|cube|gray]
+  quantize IN.png -o OUT.png|OUT.gif --colors N [--palette quality|median-cut|cube|gray]
            [--dither [--color-strength S] [--alpha-strength S]] [--opaque]
-        Reduces a picture to N colours (2 to 256) and writes an indexed PNG with its
-        palette and transparency. quality (default) chooses the least-error palette and
-        maps each pixel to its exact nearest colour; median-cut (also: adaptive) is the
-        faster median cut; --dither diffuses the error (strengths 0 to 1, default 1;
-        the quality palette spares flat areas and edges and keeps alpha two-level);
-        --opaque drops alpha.
+        Reduces a picture to N colours (2 to 256) and writes an indexed PNG (or a GIF,
+        for a .gif name) with its palette and transparency. quality (default) chooses the
+        least-error palette and maps each pixel to its exact nearest colour; median-cut
+        (also: adaptive) is the faster median cut; --dither diffuses the error (strengths
+        0 to 1, default 1; the quality palette spares flat areas and edges and keeps alpha
+        two-level); --opaque drops alpha.
+  encode FRAME.png... -o OUT.gif [--delay MS] [--loop N] [--colors N] [--dither]
+        Makes an animated GIF of the pictures (all of one size), one palette of N
+        colours (default 256) for all, each frame cut to what changed. --delay per
+        frame (default 100 ms); --loop plays N times (0, the default: without end).
+  resave IN.gif -o OUT.gif [--delay MS] [--loop N] [--optimize]
+        Writes a GIF again, frame by frame as read; --delay and --loop replace the
+        file's; --optimize re-cuts the frames from what they show, when that is smaller.
 
 Options:
   -h, --help     show this text
@@ -69,5 +77,7 @@ int main(int argc, char** argv) {
     if (command == "render") return command_render(args);
     if (command == "sheet") return command_sheet(args);
     if (command == "quantize") return command_quantize(args);
+    if (command == "encode") return command_encode(args);
+    if (command == "resave") return command_resave(args);
     return report_usage("unknown command '" + command + "'");
 }

@@ -40,9 +40,10 @@
 #include <cstdint>
 
 #include "qimg/color/qPrescanPriv.h"
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 
@@ -224,7 +225,7 @@ int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned
     // histogram as it was.
     const qIColormap* source_map = nullptr;
     const int status = q_check_prescan(image, area, source_map);
-    if (status != 0) return status;
+    if (status != ST_OK) return status;
 
     if (!histogram_ || !palette_) {
         delete palette_;
@@ -236,7 +237,7 @@ int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned
             delete[] histogram_;
             palette_ = nullptr;
             histogram_ = nullptr;
-            return -1;
+            return ST_NO_MEMORY;
         }
     }
 
@@ -246,14 +247,14 @@ int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned
 }
 
 int qHeckbertQuantizer::select_colors(int n, bool add_transparent) {
-    if (!histogram_ || !palette_) return -5;
+    if (!histogram_ || !palette_) return ST_BAD_ARGUMENT;
     if (add_transparent) n -= 1;
     const int room = kMaxBoxes - (add_transparent ? 1 : 0);
     if (n > room) n = room;
 
     Box boxes[kMaxBoxes];
     boxes[0] = Box{
-        { 0,  0,  0},
+        {0,  0,  0 },
         {31, 31, 31},
         0, 0
     };

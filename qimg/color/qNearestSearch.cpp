@@ -37,8 +37,8 @@ qNearestSearch::qNearestSearch(const qPixRA* entries, int count) {
 
 int qNearestSearch::nearest(float red, float green, float blue, int hint,
                             float* distance_out) const {
-    if (count_ == 0) return -1;
-    int best = -1;
+    if (count_ == 0) return kNone;
+    int best = kNone;
     float best_d = kFar;
     if (hint >= 0 && hint < 256 && index_[place_[hint]] == hint) {
         best = place_[hint];

@@ -13,8 +13,10 @@
 
 class qNearestSearch {
 public:
+    // The index nearest() gives when there is no entry to search.
+    static constexpr int kNone = -1;
     struct Answer {
-        int index;      // palette index of the nearest entry, -1 when there is none
+        int index;      // palette index of the nearest entry, kNone when there is none
         float nearest;  // its squared distance
         float second;   // squared distance of the runner-up (a huge value when there is none)
     };

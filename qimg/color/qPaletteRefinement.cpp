@@ -15,6 +15,7 @@
 #include "qimg/color/qNearestSearchPriv.h"
 #include "qimg/color/qPaletteRefinementPriv.h"
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
 
 namespace {
 
@@ -65,15 +66,15 @@ double q_palette_error(const qColorCell* cells, int cell_count, const qPixRA* pa
 
 double q_refine_palette(const qColorCell* cells, int cell_count, qPixRA* palette, int size,
                         int passes) {
-    if (size < 1 || size > 256 || cell_count < 0) return -1;
+    if (size < 1 || size > 256 || cell_count < 0) return ST_BAD_ARGUMENT;
     int occupied = 0;
     for (int i = 0; i < cell_count; ++i) occupied += cells[i].count != 0;
     // The passes run over a packed copy of the occupied cells: a photograph fills a tenth of a
     // 6-bit histogram, and the copy stays in cache.
     constexpr size_t kCellBytes = sizeof(qColorCell) + 1;  // the cell and its entry
-    if (static_cast<size_t>(occupied) > SIZE_MAX / kCellBytes) return -1;
+    if (static_cast<size_t>(occupied) > SIZE_MAX / kCellBytes) return ST_NO_MEMORY;
     auto* packed = static_cast<qColorCell*>(q_malloc(static_cast<size_t>(occupied) * kCellBytes));
-    if (!packed) return -1;
+    if (!packed) return ST_NO_MEMORY;
     auto* assignment = reinterpret_cast<uint8_t*>(packed + occupied);
     for (int i = 0, n = 0; i < cell_count; ++i) {
         if (cells[i].count != 0) packed[n++] = cells[i];

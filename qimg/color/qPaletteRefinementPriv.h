@@ -12,7 +12,8 @@ QIMG_API double q_palette_error(const qColorCell* cells, int cell_count, const q
 // Up to `passes` Lloyd passes over the occupied cells of cells[0..cell_count-1]: every cell goes
 // to its nearest entry, every entry moves to the mean of its cells (rounded to whole values; an
 // entry without cells stays). A pass is kept only when it lowers q_palette_error, so the palette
-// never gets worse than it came. Returns the final error, or -1 when the working memory cannot
-// be allocated (palette unchanged). Entries keep their alpha.
+// never gets worse than it came. Returns the final error, or ST_BAD_ARGUMENT (a size outside
+// 1..256, a negative cell count) or ST_NO_MEMORY (the working memory), both negative, with the
+// palette unchanged. Entries keep their alpha.
 QIMG_API double q_refine_palette(const qColorCell* cells, int cell_count, qPixRA* palette, int size,
                                  int passes);

@@ -1,8 +1,8 @@
 #include <cstdint>
 
-#include "qimg/color/qIColormap.h"
 #include "qimg/color/qPrescanPriv.h"
 #include "qimg/core/qStatus.h"
+#include "qimg/palette/qIColormap.h"
 
 int q_check_prescan(const qIImageBuffer* image, qRect& area, const qIColormap*& source_map) {
     source_map = nullptr;

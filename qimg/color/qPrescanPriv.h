@@ -1,15 +1,16 @@
 // qPrescanPriv.h: what every quantizer's prescan does before and while it counts pixels.
 #pragma once
 
-#include "qimg/color/qIColormap.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qPixel.h"
+#include "qimg/palette/qIColormap.h"
 
-// Checks a prescan's image and area. 0 with `area` emptied when it was empty and `source_map`
-// set to the colour map of an indexed image; -5 null image, an indexed image that is not a
-// qIIndexImage or has no colour map, or an area the image does not cover (also one whose rows
-// have no address); -6 a pixel type other than PT_BGRA32 and PT_INDEX8.
+// Checks a prescan's image and area. ST_OK with `area` emptied when it was empty and
+// `source_map` set to the colour map of an indexed image; ST_BAD_ARGUMENT null image, an indexed
+// image that is not a qIIndexImage or has no colour map, or an area the image does not cover
+// (also one whose rows have no address); ST_UNSUPPORTED a pixel type other than PT_BGRA32 and
+// PT_INDEX8.
 int q_check_prescan(const qIImageBuffer* image, qRect& area, const qIColormap*& source_map);
 
 // Calls add(colour) for every pixel of `area` whose alpha is at least `min_alpha`; indexed

@@ -5,11 +5,11 @@
 #include "qimg/color/qFineHistogramPriv.h"
 #include "qimg/color/qPaletteRefinementPriv.h"
 #include "qimg/color/qPrescanPriv.h"
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/color/qVarianceCutPriv.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qStatus.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 

@@ -25,13 +25,14 @@ public:
     qQualityQuantizer(const qQualityQuantizer&) = delete;
     qQualityQuantizer& operator=(const qQualityQuantizer&) = delete;
 
-    // As qHeckbertQuantizer::prescan: 0; -1 no memory (nothing kept); -5 null image, an area the
-    // image does not cover, an indexed image without colour map; -6 other pixel types.
+    // As qHeckbertQuantizer::prescan: ST_OK; ST_NO_MEMORY (nothing kept); ST_BAD_ARGUMENT null
+    // image, an area the image does not cover, an indexed image without colour map;
+    // ST_UNSUPPORTED other pixel types.
     int prescan(const qIImageBuffer* image, qRect area, unsigned char min_alpha) override;
     // Writes at most n opaque colours from entry 0 (n - 1 and then transparent white when
     // add_transparent; n clamped to the palette's room, at least one colour; opaque black when no
-    // pixel was counted). 0; -1 no memory for the working tables (palette unchanged); -5 before
-    // any successful prescan.
+    // pixel was counted). ST_OK; ST_NO_MEMORY for the working tables (palette unchanged);
+    // ST_BAD_ARGUMENT before any successful prescan.
     int select_colors(int n, bool add_transparent) override;
     const qIColormap* colormap() const override;
 

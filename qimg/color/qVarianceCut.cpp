@@ -14,6 +14,7 @@
 
 #include "qimg/color/qVarianceCutPriv.h"
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
 
 namespace {
 
@@ -161,7 +162,7 @@ int q_variance_cut(const qColorCell* histogram, int n, qPixRA* palette) {
     if (n < 1) n = 1;
     const int shift = n <= kCoarseUpTo ? 1 : 0;
     Moment* table = q_new_array<Moment>(Cutter::table_size(shift));
-    if (!table) return -1;
+    if (!table) return ST_NO_MEMORY;
     Cutter cutter(table, shift);
     cutter.accumulate(histogram);
     const int side = cutter.cells_per_side();
@@ -169,7 +170,7 @@ int q_variance_cut(const qColorCell* histogram, int n, qPixRA* palette) {
     Box boxes[kMaxBoxes];
     double spreads[kMaxBoxes];
     boxes[0] = Box{
-        {   0,    0,    0},
+        {0,    0,    0   },
         {side, side, side}
     };
     spreads[0] = Cutter::spread(cutter.totals(boxes[0]));

@@ -8,11 +8,11 @@
 
 #include "color/qTestImages.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qDitherPriv.h"
-#include "qimg/color/qSafeColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qMonitor.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/palette/qSafeColormap.h"
+#include "qimg/raster/qDitherPriv.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {
@@ -447,7 +447,7 @@ TEST(qColorMappingTest, BadArgumentsWriteNothing) {
                                                    0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE}));
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qDitherTest, ErrorRowAllocationFailure) {
     std::vector<unsigned char> indices(4, 0xEE), bgra(16, 9);
     const qSafeColormap palette = palette_of({rgba(0, 0, 0)});

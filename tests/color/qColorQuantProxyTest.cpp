@@ -4,8 +4,8 @@
 
 #include "color/qTestImages.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qIColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
+#include "qimg/palette/qIColormap.h"
 
 namespace {
 
@@ -98,7 +98,7 @@ TEST(qColorQuantProxyTest, UnknownKindsAreRefused) {
     }
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qColorQuantProxyTest, FixedMapAllocationFailure) {
     qColorQuantProxy proxy;
     qimg_fail_allocation(1);

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "qimg/color/qColormap.h"
-#include "qimg/color/qSafeColormap.h"
+#include "qimg/palette/qColormap.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include "color/qTestImages.h"
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qHeckbertQuantizer.h"
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 
@@ -230,7 +230,7 @@ TEST(qHeckbertQuantizerTest, BadCallsReturnCodesAndChangeNothing) {
     EXPECT_EQ(proxy.colormap(), nullptr);
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qHeckbertQuantizerTest, EveryAllocationFailureIsReported) {
     const BgraImage image(3, 3, rgba(40, 50, 60));
     for (long n = 1;; ++n) {

@@ -12,13 +12,14 @@
 #include "color/qTestImages.h"
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qPaletteRefinementPriv.h"
-#include "qimg/color/qQualityMappingPriv.h"
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/color/qVarianceCutPriv.h"
 #include "qimg/core/qAllocationHookPriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameDecorator.h"
+#include "qimg/palette/qSafeColormap.h"
 #include "qimg/raster/qImageEdit.h"
+#include "qimg/raster/qQualityMappingPriv.h"
 
 namespace {
 
@@ -247,7 +248,7 @@ TEST(qQualityQuantizerTest, TransparentPixelsTakeTheTransparentEntry) {
     }
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qQualityQuantizerTest, EveryAllocationFailureLeavesTheFrame) {
     const BgraImage picture(9, 7, rgba(1, 2, 3));
     qFrameDecorator frame;
@@ -260,7 +261,7 @@ TEST(qQualityQuantizerTest, EveryAllocationFailureLeavesTheFrame) {
             frame.quantize_colors(300, CM_QUALITY, QT_DIFFUSION, false, 1.0f, 0.0f, 1, nullptr);
         qimg_fail_allocation(0);
         if (rc == 0) break;
-        ASSERT_EQ(rc, -1) << n;
+        ASSERT_EQ(rc, ST_NO_MEMORY) << n;
         ASSERT_EQ(frame.current_leaf(), image) << n;
     }
     EXPECT_EQ(qtest::entries(*frame.colormap()),

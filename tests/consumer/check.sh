@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and installs qimg into a temporary prefix, then builds and runs the consumer project
-# twice: through find_package(qimg) and through add_subdirectory.
+# three times: through find_package(qimg), through add_subdirectory, and by hand with the flags
+# that pkg-config gives.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 work=$(mktemp -d)
@@ -19,4 +20,7 @@ LD_LIBRARY_PATH="$work/prefix/lib:${LD_LIBRARY_PATH:-}" "$work/via-package/consu
 cmake -S "$root/tests/consumer" -B "$work/via-subdirectory" -DQIMG_SOURCE_DIR="$root" > /dev/null
 cmake --build "$work/via-subdirectory" -j"$jobs" > /dev/null
 "$work/via-subdirectory/consumer"
-echo "install-check: find_package and add_subdirectory both work"
+PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig" c++ -std=c++20 "$root/tests/consumer/main.cpp" \
+    -o "$work/via-pkg-config" $(PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig" pkg-config --cflags --libs qimg)
+LD_LIBRARY_PATH="$work/prefix/lib:${LD_LIBRARY_PATH:-}" "$work/via-pkg-config"
+echo "install-check: find_package, add_subdirectory and pkg-config all work"

@@ -4,10 +4,10 @@
 #include <vector>
 
 #include "image/DrawReference.h"
-#include "qimg/color/qColormap.h"
-#include "qimg/core/qImageProxy.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {

@@ -12,6 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "qimg/core/qPixel.h"
+#include "qimg/gif/qGifAnimation.h"
+#include "qimg/image/qFrameComposer.h"
+#include "qimg/raster/qImageEdit.h"
+
 namespace gif_test {
 
 using Bytes = std::vector<unsigned char>;
@@ -195,6 +200,24 @@ private:
     }
     Bytes bytes_;
 };
+
+// Every frame of `animation` as a viewer shows it (composed with the disposal methods), BGRA
+// rows of the screen's width, one picture after another.
+inline Bytes composed_frames(qGifAnimation& animation) {
+    const qSize screen = animation.size();
+    const size_t frame_bytes = static_cast<size_t>(screen.width) * screen.height * 4;
+    Bytes out(frame_bytes * static_cast<size_t>(animation.num_frames()));
+    Bytes canvas(frame_bytes);
+    qImageEdit view;
+    EXPECT_EQ(view.Bind(canvas.data(), screen, screen.width * 4, PT_BGRA32), 0);
+    qFrameComposer composer;
+    EXPECT_EQ(composer.begin(&animation, &view), 0);
+    for (int i = 0; i < animation.num_frames(); ++i) {
+        EXPECT_EQ(composer.compose_to(i, nullptr), 0) << "frame " << i;
+        std::copy(canvas.begin(), canvas.end(), out.begin() + static_cast<long>(frame_bytes * i));
+    }
+    return out;
+}
 
 #ifdef QIMG_HAVE_GIFLIB
 }  // namespace gif_test

@@ -16,8 +16,8 @@
 
 #include "GifTestKit.h"
 #include "common/TestKit.h"
-#include "qimg/core/qImageProxy.h"
 #include "qimg/core/qMonitor.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/raster/qImageEdit.h"
 

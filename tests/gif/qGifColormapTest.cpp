@@ -5,8 +5,8 @@
 #include <string>
 
 #include "color/qTestImages.h"
-#include "qimg/color/qSafeColormap.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/color/qGifColormap.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 

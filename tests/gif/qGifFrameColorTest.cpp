@@ -8,13 +8,13 @@
 #include "GifTestKit.h"
 #include "common/TestKit.h"
 #include "image/ReductionCase.h"
-#include "qimg/color/qColormap.h"
-#include "qimg/core/qImageProxy.h"
 #include "qimg/core/qMonitor.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {

@@ -3,11 +3,11 @@
 #include <vector>
 
 #include "GifTestKit.h"
-#include "qimg/color/qColormap.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {

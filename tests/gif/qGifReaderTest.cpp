@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "GifTestKit.h"
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 

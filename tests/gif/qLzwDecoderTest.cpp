@@ -285,7 +285,7 @@ TEST(qLzwDecoderTest, ZeroCodeSizeDecodesByTheSameRules) {
     EXPECT_EQ(d.output, (Bytes{0, 0, 0, 0}));
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qLzwDecoderTest, AllocationFailuresAreReported) {
     std::mt19937 rng(5);
     const Bytes input = random_indices(rng, 3000, 4, 80);

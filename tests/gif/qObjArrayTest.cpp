@@ -76,7 +76,7 @@ TEST(qObjArrayTest, LongAppendKeepsEveryByte) {
     for (int i = 0; i < n; i += 4099) ASSERT_EQ(a[i], static_cast<char>(i * 31));
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qObjArrayTest, FailedGrowthChangesNothing) {
     qObjArray<char> a(4);
     for (char c : {'a', 'b', 'c', 'd'}) ASSERT_TRUE(a.append(c));

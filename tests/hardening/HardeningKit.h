@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "common/TestKit.h"
-#include "qimg/color/qIColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
-#include "qimg/core/qImageProxy.h"
 #include "qimg/core/qMonitor.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qMemoryR.h"
+#include "qimg/palette/qIColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace hardening {
@@ -95,7 +95,7 @@ private:
     long stop_at_;
 };
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 // Makes allocation `n` of this thread fail until destroyed; reached() says whether the code
 // under test asked for that many allocations, that is whether the failure really happened.
 class FailAllocation {

@@ -14,13 +14,17 @@
 
 #include "hardening/HardeningKit.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qIColormap.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/color/qGifColormap.h"
+#include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifEncoder.h"
+#include "qimg/gif/qGifWriter.h"
+#include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qIColormap.h"
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 
 namespace {
 
@@ -172,8 +176,8 @@ TEST(AllocationSweep, SetAndCloneOfAnimations) {
             std::function<int(qImageProxy&)> set;
         };
         const Case cases[] = {
-            {      "proxy",  [&](qImageProxy& p) { return p.Set(&source); }},
-            {"index image",     [&](qImageProxy& p) { return p.Set(leaf); }},
+            {"proxy",       [&](qImageProxy& p) { return p.Set(&source); } },
+            {"index image", [&](qImageProxy& p) { return p.Set(leaf); }    },
             {"true colour", [&](qImageProxy& p) { return p.Set(&picture); }},
         };
         for (const Case& c : cases) {
@@ -383,13 +387,13 @@ TEST(AllocationSweep, FacadeQuantizeColors) {
         const qIColormap* map;  // the given-map form when set
     };
     const Case cases[] = {
-        {   "adaptive, nearest", false, CM_ADAPTIVE,   QT_NEAREST,                nullptr},
-        {  "adaptive, dithered", false, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
-        {      "cube, dithered", false,     CM_CUBE, QT_DIFFUSION,                nullptr},
-        {       "grey, nearest", false,     CM_GRAY,   QT_NEAREST,                nullptr},
-        { "given map, dithered", false,     CM_CUBE, QT_DIFFUSION, given.fixed_colormap()},
-        { "gif frame, adaptive",  true, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
-        {"gif frame, given map",  true,     CM_CUBE,   QT_NEAREST, given.fixed_colormap()},
+        {"adaptive, nearest",    false, CM_ADAPTIVE, QT_NEAREST,   nullptr               },
+        {"adaptive, dithered",   false, CM_ADAPTIVE, QT_DIFFUSION, nullptr               },
+        {"cube, dithered",       false, CM_CUBE,     QT_DIFFUSION, nullptr               },
+        {"grey, nearest",        false, CM_GRAY,     QT_NEAREST,   nullptr               },
+        {"given map, dithered",  false, CM_CUBE,     QT_DIFFUSION, given.fixed_colormap()},
+        {"gif frame, adaptive",  true,  CM_ADAPTIVE, QT_DIFFUSION, nullptr               },
+        {"gif frame, given map", true,  CM_CUBE,     QT_NEAREST,   given.fixed_colormap()},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -467,10 +471,10 @@ TEST(AllocationSweep, ScaledDraws) {
     const struct {
         float x, y;
     } scales[] = {
-        {2.0f,  2.0f},
-        {0.5f,  0.5f},
+        {2.0f, 2.0f },
+        {0.5f, 0.5f },
         {3.0f, 0.75f},
-        {1.0f,  1.0f}
+        {1.0f, 1.0f }
     };
     for (const qImageProxy* proxy : {&gif, &direct}) {
         for (const auto& s : scales) {
@@ -609,6 +613,52 @@ TEST(AllocationSweep, FrameComposer) {
     }
 }
 
+// Writing a read animation, quantizing, mapping and optimising true-colour frames, and re-cutting
+// a GIF: -1 at every allocation (LSan checks that nothing leaks).
+TEST(AllocationSweep, GifWriting) {
+    qDirectImage pictures[2];
+    make_direct(pictures[0], qSize(9, 7));
+    make_direct(pictures[1], qSize(9, 7));
+    *pictures[1].pixel_address(3, 3) ^= 0x55;
+    const qIImageBuffer* frames[] = {&pictures[0], &pictures[1]};
+    const Bytes bytes = read_corpus("pil-anim-local-tables.gif");
+    qGifAnimation animation;
+    qMemoryR source(bytes.data(), bytes.size());
+    ASSERT_EQ(animation.read(&source, nullptr), 0);
+    const std::function<int(qIFileW*)> jobs[] = {
+        [&](qIFileW* sink) { return qGifWriter().write(&animation, sink, nullptr); },
+        [&](qIFileW* sink) {
+            return qGifEncoder::encode_frames(frames, nullptr, 2, qGifEncodeOptions(), sink,
+                                              nullptr);
+        },
+        [&](qIFileW* sink) {
+            return qGifEncoder::reencode(&animation, RS_SMALLER, -1, 0, sink, nullptr);
+        },
+    };
+    for (const auto& job : jobs) {
+        qMemoryW clean;
+        ASSERT_EQ(job(&clean), 0);
+        for (long n = 1;; ++n) {
+            SCOPED_TRACE(n);
+            qMemoryW sink;
+            int rc;
+            bool reached;
+            {
+                FailAllocation fail(n);
+                rc = job(&sink);
+                reached = fail.reached();
+            }
+            if (!reached) {
+                EXPECT_EQ(rc, 0);
+                EXPECT_EQ(sink.size(), clean.size());
+                break;
+            }
+            EXPECT_EQ(rc, -1);
+            ASSERT_LT(n, 500);
+        }
+    }
+}
+
 }  // namespace
 
-#endif  // QIMG_ALLOCATION_HOOK
+#endif  // QIMG_TEST_HOOKS

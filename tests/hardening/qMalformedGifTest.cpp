@@ -71,11 +71,11 @@ unsigned long long budget(const Bytes& bytes, long long declared_pixels) {
 void check_case(const Case& c, long long declared_pixels) {
     SCOPED_TRACE(c.name);
     qImageProxy proxy;
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     qimg_fail_allocation(0);
 #endif
     EXPECT_EQ(read_bytes(proxy, c.bytes), c.status);
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     EXPECT_LE(qimg_allocated_bytes(), budget(c.bytes, declared_pixels));
 #else
     (void)declared_pixels;
@@ -375,11 +375,11 @@ TEST(MalformedGif, SixteenMebibyteComment) {
     const Bytes image = GifBuilder().descriptor(0, 0, 4, 2).pixels(3, kPixels).trailer().bytes();
     bytes.insert(bytes.end(), image.begin(), image.end());
     qImageProxy proxy;
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     qimg_fail_allocation(0);
 #endif
     ASSERT_EQ(read_bytes(proxy, bytes), 0);
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     EXPECT_LE(qimg_allocation_count(), 100);
     EXPECT_LE(qimg_allocated_bytes(), 3ull * total);
 #endif
@@ -389,11 +389,11 @@ TEST(MalformedGif, SixteenMebibyteComment) {
     draw_every_frame(proxy);
     // A copy of the animation copies the comment once.
     qImageProxy copy;
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     qimg_fail_allocation(0);
 #endif
     ASSERT_EQ(copy.Set(&proxy), 0);
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     EXPECT_LE(qimg_allocated_bytes(), 2ull * total);
 #endif
 }
@@ -408,11 +408,11 @@ TEST(MalformedGif, TenThousandTinyFrames) {
     }
     const Bytes bytes = b.trailer().bytes();
     qImageProxy proxy;
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     qimg_fail_allocation(0);
 #endif
     ASSERT_EQ(read_bytes(proxy, bytes), 0);
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     EXPECT_LE(qimg_allocation_count(), 10 * 10000);
     EXPECT_LE(qimg_allocated_bytes(), 10000ull * 8192);
 #endif

@@ -4,10 +4,10 @@
 #include <vector>
 
 #include "image/DrawReference.h"
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {
@@ -228,7 +228,7 @@ TEST(qColorIndexImageTest, InvalidSourcesAreRefusedAndLeaveItEmpty) {
     }
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qColorIndexImageTest, EveryAllocationFailureGivesMinusOne) {
     qColormap map;
     make_palette(map, 5);

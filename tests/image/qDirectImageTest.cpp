@@ -229,7 +229,7 @@ TEST(qDirectImageTest, StoredAlphaHintPicksCopyOrBlend) {
     }
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 // Every allocation of the rebuilding operations fails in turn: -1 each time, the image empty,
 // and (under ASan) nothing leaked.
 TEST(qDirectImageTest, EveryAllocationFailureGivesMinusOneAndAnEmptyImage) {

@@ -11,14 +11,14 @@
 #include "color/qTestImages.h"
 #include "image/ReductionCase.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qColormap.h"
-#include "qimg/core/qImageProxy.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qMonitor.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameDecorator.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {

@@ -4,12 +4,12 @@
 #include <limits>
 #include <memory>
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameDecorator.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 
@@ -225,7 +225,7 @@ TEST(qFrameDecoratorTest, PaletteEditsFollowTheHeldLeaf) {
     EXPECT_EQ(empty.alpha_hint(), AT_NONE);
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qFrameDecoratorTest, EveryAllocationFailureOfACopyGivesMinusOneAndAnEmptyDecorator) {
     qColormap map;
     ASSERT_EQ(map.create(8), 0);

@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "image/DrawReference.h"
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 #include "tests/common/ReadOnlyIndexImage.h"
 
@@ -282,7 +282,7 @@ TEST(qIndexImageTest, TransparentIndexDrawsOverUnlessOpaque) {
     EXPECT_EQ(canvas.at(0, 0), background);
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qIndexImageTest, EveryAllocationFailureOfACopyGivesMinusOneAndAnEmptyImage) {
     qColormap map;
     make_palette(map, 4);

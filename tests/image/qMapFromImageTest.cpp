@@ -7,13 +7,13 @@
 #include <vector>
 
 #include "color/qTestImages.h"
-#include "qimg/color/qColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qMonitor.h"
-#include "qimg/gif/qGifColormap.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {
@@ -156,7 +156,7 @@ TEST(qMapFromImageTest, BadInputChangesNothing) {
     EXPECT_EQ(holder.pixel_index(qPoint(3, 2)), 0);
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 // Every allocation (views, palette copies, the cache, error rows) comes before the first index
 // is written, so a failure leaves the indices as they were.
 TEST(qMapFromImageTest, EveryAllocationFailureGivesMinusOneAndWritesNothing) {

@@ -13,10 +13,10 @@
 #include <memory>
 #include <vector>
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qTypes.h"
+#include "qimg/palette/qColormap.h"
 #include "tests/common/ReadOnlyIndexImage.h"
 
 namespace qref {
@@ -510,7 +510,7 @@ inline void random_placement(std::mt19937& rng, const Image& src, const Image& d
 
 }  // namespace qref
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 #include "qimg/raster/qRowKernelsPriv.h"
 #endif
 
@@ -521,7 +521,7 @@ namespace qref {
 // hooks run only the kernels the processor picks.
 template <class Body>
 void for_each_kernel_tier(Body body, int lowest = 0) {
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     for (int level = lowest; level <= 3; ++level) {
         qimg_limit_kernels(level);
         body(level);

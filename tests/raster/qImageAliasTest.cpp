@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
 #include "tests/common/ReadOnlyIndexImage.h"
@@ -178,7 +178,7 @@ TEST(qImageAliasTest, BufferBindingRefusesNullAndHollowBuffers) {
     EXPECT_FALSE(view.valid());
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qImageAliasTest, FailedAllocationsLeaveTheViewInTheSpecifiedState) {
     unsigned char memory[16] = {};
     qImageAlias view;

@@ -137,7 +137,7 @@ TEST(qScaledBltTest, StatusCodes) {
     EXPECT_EQ(dst.ScaledBlt(all, &raw_indexed, qPoint(), 2, 2, 1, BLT_OVER, 255, nullptr), -5);
 }
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 TEST(qScaledBltTest, ColumnMapAllocationFailureIsMinusOne) {
     std::vector<unsigned char> s(64, 9), d(64, 1);
     qImageEdit src, dst;

@@ -10,12 +10,12 @@
 
 #include "common/TestKit.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qIColormap.h"
-#include "qimg/core/qImageProxy.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/color/qGifColormap.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"
+#include "qimg/palette/qIColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {

@@ -146,6 +146,61 @@ TEST_F(qimgCliTest, QuantizeKeepsColoursThatFitAndTransparency) {
     }
 }
 
+// Every frame of a GIF as the composer shows it.
+std::vector<std::vector<unsigned char>> composed_frames(const std::string& file) {
+    qImageProxy proxy;
+    EXPECT_EQ(proxy.read_gif(file.c_str(), nullptr), 0);
+    std::vector<std::vector<unsigned char>> out;
+    if (!proxy.animation()) return out;
+    const qSize size = proxy.size();
+    std::vector<unsigned char> pixels(static_cast<size_t>(size.width) * size.height * 4);
+    qImageEdit canvas;
+    canvas.Bind(pixels.data(), size, size.width * 4, PT_BGRA32);
+    qFrameComposer composer;
+    EXPECT_EQ(composer.begin(proxy.animation(), &canvas), 0);
+    for (int i = 0; i < proxy.animation()->num_frames(); ++i) {
+        EXPECT_EQ(composer.compose_to(i, nullptr), 0);
+        out.push_back(pixels);
+    }
+    return out;
+}
+
+TEST_F(qimgCliTest, EncodeAndResaveWriteGifsThatShowTheFrames) {
+    // The sample's composed frames as PNGs, encoded again: few colours, so they stay exact.
+    std::string frames;
+    std::vector<std::vector<unsigned char>> expected;
+    for (int i = 0; i < 5; ++i) {
+        qSize size;
+        expected.push_back(composed_sample_frame(i, &size));
+        const std::string png = path("f" + std::to_string(i) + ".png");
+        std::string error;
+        ASSERT_TRUE(write_png_bgra(png, expected.back().data(), size.width, size.height,
+                                   size.width * 4, error));
+        frames += png + " ";
+    }
+    const std::string anim = path("anim.gif"), again = path("again.gif");
+    CliRun r = run("encode " + frames + "-o " + anim + " --delay 120 --loop 2");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(composed_frames(anim), expected);
+    r = run("info " + anim);
+    EXPECT_NE(r.out.find("5 frames, plays 2\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("120ms"), std::string::npos) << r.out;
+    r = run("resave " + kSample.string() + " -o " + again + " --optimize");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(composed_frames(again), expected);
+
+    // A failing run leaves the target as it was and no file of its own behind.
+    const std::string before = slurp(anim);
+    r = run("encode " + frames + path("missing.png") + " -o " + anim);
+    EXPECT_EQ(r.status, 1);
+    r = run("resave " + kSample.string() + " -o " + path("no-dir/x.gif"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("no-dir/x.gif"), std::string::npos) << r.err;
+    EXPECT_EQ(slurp(anim), before);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()),
+              9);  // 5 PNGs, 2 GIFs, stdout, stderr
+}
+
 TEST_F(qimgCliTest, BadFilesGiveOneClearLineAndStatusOne) {
     const std::string broken = path("broken.gif"), text = path("text.gif");
     // A valid header and screen with a 2-entry global table, cut off inside the table.
@@ -188,6 +243,10 @@ TEST_F(qimgCliTest, WrongCommandLinesGiveStatusTwo) {
         "quantize in.png -o out.png --colors 1",
         "quantize in.png -o out.png --colors 8 --palette x",
         "info " + sample + " --bogus",
+        "encode a.png -o out.png",
+        "encode -o out.gif",
+        "resave " + sample + " " + sample + " -o out.gif",
+        "resave " + sample + " -o out.gif --loop -1",
     };
     for (const std::string& arguments : wrong) {
         SCOPED_TRACE(arguments);

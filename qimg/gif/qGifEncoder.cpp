@@ -1,0 +1,262 @@
+// Whole-animation encoding: the palette work and the two sources of screens (true-colour frames
+// mapped to one palette; a GIF's frames composed as a viewer shows them) in front of the frame
+// optimiser.
+#include "qimg/gif/qGifEncoder.h"
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+
+#include "qimg/color/qColorQuantProxy.h"
+#include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qMonitor.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qGifOptimizer.h"
+#include "qimg/gif/qGifWriter.h"
+#include "qimg/gif/qMemoryW.h"
+#include "qimg/image/qFrameComposer.h"
+#include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
+#include "qimg/raster/qImageEdit.h"
+
+namespace {
+
+bool any_transparent_pixel(const qIImageBuffer* frame) {
+    const qSize size = frame->size();
+    for (int y = 0; y < size.height; ++y) {
+        const unsigned char* p = frame->pixel_address(y, 0);
+        for (int x = 0; x < size.width; ++x) {
+            if (p[4 * x + 3] == 0) return true;
+        }
+    }
+    return false;
+}
+
+// The distinct colours of composed screens, as palette indices: an open-addressing set of at
+// most 256 BGRA values (alpha-0 pixels are all "transparent" and stay out of it).
+class ExactPalette {
+public:
+    static constexpr int kSlots = 1024;
+    // What index_of gives once a 257th colour would be needed.
+    static constexpr int kFull = -1;
+    // Index of `bgra`, added when new; kFull once a 257th colour would be needed.
+    int index_of(uint32_t bgra) {
+        uint32_t slot = (bgra * 0x9E3779B1u) >> 22;
+        while (used_[slot]) {
+            if (colors_[slot] == bgra) return indices_[slot];
+            slot = (slot + 1) & (kSlots - 1);
+        }
+        if (count_ == 256) return kFull;
+        used_[slot] = true;
+        colors_[slot] = bgra;
+        indices_[slot] = static_cast<short>(count_);
+        order_[count_] = bgra;
+        return count_++;
+    }
+    int count() const { return count_; }
+    uint32_t color(int i) const { return order_[i]; }
+
+private:
+    uint32_t colors_[kSlots] = {};
+    short indices_[kSlots] = {};
+    bool used_[kSlots] = {};
+    uint32_t order_[256] = {};
+    int count_ = 0;
+};
+
+uint32_t load_bgra(const unsigned char* p) {
+    return uint32_t{p[0]} | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
+}
+
+// Writes the animation frame by frame as read, with the overrides.
+int write_as_read(const qGifAnimation* animation, int frames, int delay, int loop_count,
+                  qIFileW* sink, qIMonitor* monitor) {
+    qGifWriter writer;
+    int rc =
+        writer.begin(sink, animation->size(), animation->global_colormap(), animation->background(),
+                     loop_count != 0 ? loop_count : animation->loop_count());
+    for (int i = 0; rc == ST_OK && i < animation->num_comments(); ++i) {
+        rc = writer.add_comment(animation->comment(i)->data(), animation->comment(i)->count());
+    }
+    for (int f = 0; rc == ST_OK && f < frames; ++f) {
+        const qGifFrame* frame = animation->frame(f);
+        qGifControl control;
+        if (frame->control()) control = *frame->control();
+        if (delay >= 0) control.delay = delay;
+        const bool with_control = frame->control() != nullptr || delay >= 0;
+        rc = writer.add_image(frame->image(), frame->frame_rect().pos(), frame->local_colormap(),
+                              with_control ? &control : nullptr, frame->interlaced(), nullptr);
+        if (rc == ST_OK && monitor && !monitor->progress(f + 1, frames, 0, 1)) rc = ST_CANCELLED;
+    }
+    return rc == ST_OK ? writer.finish() : rc;
+}
+
+// Plays the animation onto a BGRA canvas and hands each composed screen to `use`.
+template <class Use>
+int for_each_screen(qGifAnimation* animation, int frames, Use use) {
+    const qSize screen = animation->size();
+    const size_t bytes = static_cast<size_t>(screen.width) * screen.height * 4;
+    auto* pixels = static_cast<unsigned char*>(q_malloc(bytes));
+    if (pixels == nullptr) return ST_NO_MEMORY;
+    qImageEdit canvas;
+    qFrameComposer composer;
+    int rc = canvas.Bind(pixels, screen, screen.width * 4, PT_BGRA32);
+    if (rc == ST_OK) rc = composer.begin(animation, &canvas);
+    for (int f = 0; rc == ST_OK && f < frames; ++f) {
+        rc = composer.compose_to(f, nullptr);
+        if (rc == ST_OK) rc = use(f, pixels);
+    }
+    q_free(pixels);
+    return rc;
+}
+
+// The composed screens through the frame optimiser; ST_UNSUPPORTED when they do not fit one
+// table (nothing is written then).
+int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count, qIFileW* sink,
+                qIMonitor* monitor) {
+    // First pass: do the composed screens fit one table?
+    auto* palette_set = q_new<ExactPalette>();
+    if (palette_set == nullptr) return ST_NO_MEMORY;
+    bool fits = true, transparent = false;
+    int rc = for_each_screen(animation, frames, [&](int, const unsigned char* pixels) {
+        const qSize s = animation->size();
+        for (int64_t i = 0; fits && i < int64_t{s.width} * s.height; ++i) {
+            const uint32_t bgra = load_bgra(pixels + 4 * i);
+            if (bgra >> 24 == 0) {
+                transparent = true;
+            } else {
+                fits = palette_set->index_of(bgra) >= 0;
+            }
+        }
+        return ST_OK;
+    });
+    const int colors = palette_set->count();
+    if (rc == ST_OK && (!fits || colors + (transparent ? 1 : 0) > 256)) rc = ST_UNSUPPORTED;
+    // The table: the colours in order of appearance, then the transparent entry when it fits.
+    qColormap palette;
+    const int t = colors < 256 ? colors : -1;
+    if (rc == ST_OK) rc = palette.create(colors + (t >= 0 ? 1 : 0));
+    for (int i = 0; rc == ST_OK && i < colors; ++i) {
+        const uint32_t c = palette_set->color(i);
+        palette.set_color(i,
+                          qPixRA{static_cast<unsigned char>(c), static_cast<unsigned char>(c >> 8),
+                                 static_cast<unsigned char>(c >> 16), 255});
+    }
+    if (rc != ST_OK) {
+        delete palette_set;
+        return rc;
+    }
+
+    qGifOptimizer optimizer;
+    rc = optimizer.begin(sink, animation->size(), &palette, t,
+                         loop_count != 0 ? loop_count : animation->loop_count(), true);
+    for (int i = 0; rc == ST_OK && i < animation->num_comments(); ++i) {
+        rc = optimizer.add_comment(animation->comment(i)->data(), animation->comment(i)->count());
+    }
+    const qSize s = animation->size();
+    auto* indices = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(s.width) * s.height));
+    if (rc == ST_OK && indices == nullptr) rc = ST_NO_MEMORY;
+    if (rc == ST_OK) {
+        rc = for_each_screen(animation, frames, [&](int f, const unsigned char* pixels) {
+            for (int64_t i = 0; i < int64_t{s.width} * s.height; ++i) {
+                const uint32_t bgra = load_bgra(pixels + 4 * i);
+                indices[i] =
+                    static_cast<unsigned char>(bgra >> 24 == 0 ? t : palette_set->index_of(bgra));
+            }
+            const qGifControl* control = animation->frame(f)->control();
+            const int frame_delay = delay >= 0 ? delay : (control ? control->delay : 0);
+            int status = optimizer.add_frame(indices, s.width, frame_delay);
+            if (status == ST_OK && monitor && !monitor->progress(f + 1, frames, 0, 1)) {
+                status = ST_CANCELLED;
+            }
+            return status;
+        });
+    }
+    q_free(indices);
+    delete palette_set;
+    if (rc != ST_OK) return rc;
+    return optimizer.finish();
+}
+
+}  // namespace
+
+int qGifEncoder::encode_frames(const qIImageBuffer* const* frames, const int* delays, int count,
+                               const qGifEncodeOptions& options, qIFileW* sink,
+                               qIMonitor* monitor) {
+    if (frames == nullptr || count < 1 || options.colors < 2 || options.colors > 256) {
+        return ST_BAD_ARGUMENT;
+    }
+    const qSize screen = frames[0] ? frames[0]->size() : qSize();
+    bool transparent = false;
+    for (int f = 0; f < count; ++f) {
+        const qIImageBuffer* frame = frames[f];
+        if (frame == nullptr || !frame->valid() || !(frame->size() == screen)) {
+            return ST_BAD_ARGUMENT;
+        }
+        if (frame->pixel_type() != PT_BGRA32) return ST_UNSUPPORTED;
+        if (delays && (delays[f] < 0 || delays[f] > 65535)) return ST_BAD_ARGUMENT;
+        transparent = transparent || any_transparent_pixel(frame);
+    }
+
+    // One palette for all frames; a transparent entry when a frame needs one, or when the
+    // optimiser can use it to skip unchanged pixels.
+    qColorQuantProxy quant;
+    int rc = quant.create_quantizer();
+    for (int f = 0; rc == ST_OK && f < count; ++f) rc = quant.prescan_quantize(frames[f], 1);
+    if (rc == ST_OK) rc = quant.select_colors(options.colors, transparent || options.optimize);
+    if (rc != ST_OK) return rc;
+    const qIColormap* palette = quant.colormap();
+
+    qGifOptimizer optimizer;
+    rc = optimizer.begin(sink, screen, palette, palette->min_t_index(), options.loop_count,
+                         options.optimize);
+    qIndexImage screen_indices;
+    for (int f = 0; rc == ST_OK && f < count; ++f) {
+        rc = screen_indices.Create_buffer(screen, PT_INDEX8);
+        if (rc == ST_OK) rc = screen_indices.set_colormap(palette, -1);
+        if (rc == ST_OK) {
+            rc = screen_indices.map_from_image(
+                frames[f], options.dither ? QT_DIFFUSION : QT_NEAREST, false, 1.0f, 0.0f, nullptr);
+        }
+        if (rc == ST_OK) {
+            rc = optimizer.add_frame(screen_indices.pixel_address(0, 0),
+                                     row_bytes(screen.width, PT_INDEX8), delays ? delays[f] : 0);
+        }
+        if (rc == ST_OK && monitor && !monitor->progress(f + 1, count, 0, 1)) rc = ST_CANCELLED;
+    }
+    return rc == ST_OK ? optimizer.finish() : rc;
+}
+
+int qGifEncoder::reencode(qGifAnimation* animation, qGifResaveMode mode, int delay, int loop_count,
+                          qIFileW* sink, qIMonitor* monitor, bool* recut) {
+    if (recut) *recut = false;
+    const int frames = animation ? animation->num_frames() : 0;
+    if (frames < 1 || !animation->valid() || sink == nullptr || delay < -1 || delay > 65535 ||
+        loop_count < -1 || loop_count > 65536 || mode < RS_AS_READ || mode > RS_SMALLER) {
+        return ST_BAD_ARGUMENT;
+    }
+    if (mode == RS_AS_READ)
+        return write_as_read(animation, frames, delay, loop_count, sink, monitor);
+    if (mode == RS_RECUT) {
+        const int rc = write_recut(animation, frames, delay, loop_count, sink, monitor);
+        if (rc == ST_OK && recut) *recut = true;
+        return rc;
+    }
+    // Files already cut by a good encoder (small local tables, "restore previous") can come
+    // out larger when re-cut on one table: both are made and the smaller one is kept.
+    qMemoryW recut_file, as_read;
+    int rc = write_recut(animation, frames, delay, loop_count, &recut_file, monitor);
+    if (rc != ST_OK && rc != ST_UNSUPPORTED) return rc;
+    const bool recut_made = rc == ST_OK;
+    rc = write_as_read(animation, frames, delay, loop_count, &as_read, nullptr);
+    if (rc != ST_OK) return rc;
+    const bool use_recut = recut_made && recut_file.size() < as_read.size();
+    const qMemoryW& best = use_recut ? recut_file : as_read;
+    rc = sink->write(best.data(), best.size());
+    if (rc == ST_OK && recut) *recut = use_recut;
+    return rc;
+}

@@ -1,0 +1,302 @@
+// The LZW encoder. The string table maps (prefix code, next index) to a code through an
+// open-addressing hash of twice the table's size, one 32-bit word per slot holding key and code
+// (32 kB, so it stays in the first-level cache). The hot loop's critical path is the look-up of
+// the string matched so far plus the next index: an XOR, one load and one compare, usually a
+// single probe. Codes go into a 64-bit bit buffer flushed four bytes at a time.
+//
+// Code widths follow the reader: a reader adds a table entry for every code after the first one
+// following a clear code, one step behind the encoder, and widens its codes once its next free
+// entry no longer fits. So the encoder widens after writing a code when the entry it adds for
+// that code (the pending entry, for the last code) is 2^width. With m = 2 (clear 4, end 5):
+//
+//   written   4  c1  c2  c3  c4 ...     entries added   -   6   7   8 ...
+//   width     3   3   3   3   4 ...     (entry 8 does not fit 3 bits: c4 is 4 bits wide)
+//
+// Once code 4095 is taken the table is full and no entry is added. A clear code then starts
+// over; with the deferred clear the full table keeps being used while it pays (see table_full).
+#include "qimg/gif/qLzwEncoder.h"
+
+#include <bit>
+#include <cstring>
+
+#include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
+
+namespace {
+// The hot loop stores the bit buffer with one 8-byte copy, least significant byte first.
+static_assert(std::endian::native == std::endian::little);
+
+// Deferred clear: the full table is judged over windows of this many codes, and cleared when a
+// window covers less than 3/4 of the indices of the best window since the table filled.
+constexpr int kWindowCodes = 512;
+// Room reserved per encoded run: at most a code and a clear code per index, 12 bits each.
+constexpr int kRunIndices = 4096;
+constexpr int kRunBytes = kRunIndices * 3 + 16;
+
+}  // namespace
+
+qLzwEncoder::~qLzwEncoder() {
+    q_free(out_);
+    q_free(table_);
+}
+
+bool qLzwEncoder::reserve(int64_t extra) {
+    const int64_t needed = out_size_ + extra;
+    if (needed <= out_capacity_) return true;
+    if (needed > (int64_t{1} << 30)) return false;
+    const int capacity =
+        static_cast<int>(needed < 2 * int64_t{out_capacity_} ? 2 * out_capacity_ : needed);
+    auto* block = static_cast<unsigned char*>(q_realloc(out_, static_cast<size_t>(capacity)));
+    if (block == nullptr) return false;
+    out_ = block;
+    out_capacity_ = capacity;
+    return true;
+}
+
+void qLzwEncoder::consume(int n) {
+    if (n <= 0) return;
+    if (n >= out_size_) {
+        out_size_ = 0;
+        return;
+    }
+    std::memmove(out_, out_ + n, static_cast<size_t>(out_size_ - n));
+    out_size_ -= n;
+}
+
+void qLzwEncoder::reset_table() {
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        table_[slot_of_code_[code]] = kEmpty;
+    }
+    next_code_ = first_code_ = clear_code_ + 2;
+    width_ = min_code_size_ + 1;
+    window_indices_ = 0;
+    window_codes_ = 0;
+    best_window_indices_ = 0;
+}
+
+inline void qLzwEncoder::put_code(uint32_t code) {
+    bits_ |= uint64_t{code} << bit_count_;
+    bit_count_ += width_;
+    if (bit_count_ >= 32) {
+        const uint32_t low = static_cast<uint32_t>(bits_);
+        unsigned char* to = out_ + out_size_;
+        to[0] = static_cast<unsigned char>(low);
+        to[1] = static_cast<unsigned char>(low >> 8);
+        to[2] = static_cast<unsigned char>(low >> 16);
+        to[3] = static_cast<unsigned char>(low >> 24);
+        out_size_ += 4;
+        bits_ >>= 32;
+        bit_count_ -= 32;
+    }
+}
+
+int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
+    started_ = false;
+    out_size_ = 0;
+    if (min_code_size < kMinCodeSize || min_code_size > kMaxCodeSize) return ST_BAD_ARGUMENT;
+    if (!reserve(kRunBytes)) return ST_NO_MEMORY;
+    if (table_ == nullptr) {
+        constexpr size_t kTableBytes = sizeof(uint32_t) * kHashSlots;
+        void* block = q_malloc(kTableBytes + sizeof(uint16_t) * kMaxCodes);
+        if (block == nullptr) return ST_NO_MEMORY;
+        table_ = static_cast<uint32_t*>(block);
+        slot_of_code_ =
+            reinterpret_cast<uint16_t*>(static_cast<unsigned char*>(block) + kTableBytes);
+        std::memset(table_, 0xFF, kTableBytes);
+        first_code_ = next_code_ = 0;
+    }
+    min_code_size_ = min_code_size;
+    clear_code_ = 1u << min_code_size;
+    deferred_clear_ = deferred_clear;
+    bits_ = 0;
+    bit_count_ = 0;
+    prefix_ = kNoPrefix;
+    last_index_ = kNoPrefix;
+    reset_table();
+    put_code(clear_code_);
+    started_ = true;
+    return ST_OK;
+}
+
+bool qLzwEncoder::window_says_clear() {
+    if (++window_codes_ < kWindowCodes) return false;
+    const int64_t covered = window_indices_;
+    window_codes_ = 0;
+    window_indices_ = 0;
+    if (covered > best_window_indices_) best_window_indices_ = covered;
+    return covered * 4 < best_window_indices_ * 3;
+}
+
+void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
+    // Members are loaded into locals for the loop: the output is written through a byte
+    // pointer, which the compiler must otherwise assume changes every member.
+    uint32_t prefix = prefix_;
+    uint32_t next_code = next_code_;
+    int width = width_;
+    uint64_t bits = bits_;
+    int bit_count = bit_count_;
+    unsigned char* out = out_ + out_size_;
+    uint32_t* const table = table_;
+    uint16_t* const slot_of_code = slot_of_code_;
+    // Branch-free bit writer: after each code the whole bytes are stored as one 8-byte write
+    // (the run's reserved room has the slack) and the pointer moves by their number.
+    auto put = [&](uint32_t code) {
+        bits |= uint64_t{code} << bit_count;
+        bit_count += width;
+        const uint64_t le = bits;
+        std::memcpy(out, &le, 8);
+        const int whole = bit_count >> 3;  // at most 5: fewer than 32 bits wait on entry
+        out += whole;
+        bits >>= 8 * whole;
+        bit_count &= 7;
+    };
+
+    int i = 0;
+    int mark = 0;  // indices before this one are counted in the deferred-clear window
+    if (prefix == kNoPrefix) prefix = indices[i++];
+    for (; i < count; ++i) {
+        const uint32_t index = indices[i];
+        const uint32_t key = prefix << 8 | index;
+        uint32_t slot = slot_of(prefix, index);
+        uint32_t entry;
+        while (((entry = table[slot]) & kKeyMask) != key && entry != kEmpty) {
+            slot = (slot + 1) & (kHashSlots - 1);
+        }
+        if (entry != kEmpty) {  // the string goes on
+            prefix = entry >> 20;
+            continue;
+        }
+        put(prefix);
+        prefix = index;
+        if (next_code < static_cast<uint32_t>(kMaxCodes)) {
+            if (next_code == (1u << width)) ++width;
+            table[slot] = next_code << 20 | key;
+            slot_of_code[next_code++] = static_cast<uint16_t>(slot);
+            mark = i;
+            continue;
+        }
+        // The table is full.
+        if (deferred_clear_) {
+            window_indices_ += i - mark;
+            mark = i;
+            if (!window_says_clear()) continue;
+        }
+        put(clear_code_);
+        next_code_ = next_code;  // reset_table() empties the slots of the codes up to here
+        reset_table();
+        next_code = next_code_;
+        width = width_;
+    }
+    if (next_code == static_cast<uint32_t>(kMaxCodes)) window_indices_ += count - mark;
+    prefix_ = prefix;
+    next_code_ = next_code;
+    width_ = width;
+    bits_ = bits;
+    bit_count_ = bit_count;
+    out_size_ = static_cast<int>(out - out_);
+}
+
+bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {
+    if (!started_ || indices == nullptr || count < 0) return false;
+    // The clear code is a power of two, so one OR over the run finds any index at or above it.
+    unsigned char seen = 0;
+    for (int i = 0; i < count; ++i) seen |= indices[i];
+    return seen < clear_code_;
+}
+
+bool qLzwEncoder::find(uint32_t key, uint32_t& slot) const {
+    slot = slot_of(key >> 8, key & 0xFF);
+    uint32_t entry;
+    while (((entry = table_[slot]) & kKeyMask) != key && entry != kEmpty) {
+        slot = (slot + 1) & (kHashSlots - 1);
+    }
+    return entry != kEmpty;
+}
+
+void qLzwEncoder::add_entry(uint32_t key, uint32_t slot) {
+    if (next_code_ < static_cast<uint32_t>(kMaxCodes)) {
+        if (next_code_ == (1u << width_)) ++width_;
+        table_[slot] = next_code_ << 20 | key;
+        slot_of_code_[next_code_++] = static_cast<uint16_t>(slot);
+        return;
+    }
+    if (deferred_clear_ && !window_says_clear()) return;
+    put_code(clear_code_);
+    reset_table();
+}
+
+int qLzwEncoder::encode_choosing(unsigned char* indices, const unsigned char* flexible, int count,
+                                 unsigned char alternate) {
+    if (!valid_run(indices, count) || flexible == nullptr || alternate >= clear_code_) {
+        return ST_BAD_ARGUMENT;
+    }
+    for (int done = 0; done < count;) {
+        const int run = count - done < kRunIndices ? count - done : kRunIndices;
+        if (!reserve(kRunBytes)) return ST_NO_MEMORY;
+        for (int i = done; i < done + run; ++i) {
+            uint32_t index = indices[i];
+            if (flexible[i] && last_index_ == alternate) index = alternate;
+            if (next_code_ == static_cast<uint32_t>(kMaxCodes)) ++window_indices_;
+            if (prefix_ == kNoPrefix) {
+                prefix_ = last_index_ = indices[i] = static_cast<unsigned char>(index);
+                continue;
+            }
+            uint32_t slot;
+            if (find(prefix_ << 8 | index, slot)) {
+                prefix_ = table_[slot] >> 20;
+                last_index_ = indices[i] = static_cast<unsigned char>(index);
+                continue;
+            }
+            // The other choice may still continue the string.
+            const uint32_t other = index == alternate ? indices[i] : alternate;
+            if (flexible[i] && find(prefix_ << 8 | other, slot)) {
+                prefix_ = table_[slot] >> 20;
+                last_index_ = indices[i] = static_cast<unsigned char>(other);
+                continue;
+            }
+            // A new string starts here; at a free pixel it starts with `alternate`, the index
+            // that can go on across the whole free span.
+            if (flexible[i]) index = alternate;
+            find(prefix_ << 8 | index, slot);
+            put_code(prefix_);
+            add_entry(prefix_ << 8 | index, slot);
+            prefix_ = last_index_ = indices[i] = static_cast<unsigned char>(index);
+        }
+        done += run;
+    }
+    return ST_OK;
+}
+
+int qLzwEncoder::encode(const unsigned char* indices, int count) {
+    if (!valid_run(indices, count)) return ST_BAD_ARGUMENT;
+    for (int done = 0; done < count;) {
+        const int run = count - done < kRunIndices ? count - done : kRunIndices;
+        if (!reserve(kRunBytes)) return ST_NO_MEMORY;
+        encode_run(indices + done, run);
+        done += run;
+    }
+    if (count > 0) last_index_ = indices[count - 1];
+    return ST_OK;
+}
+
+int qLzwEncoder::finish() {
+    if (!started_) return ST_BAD_ARGUMENT;
+    if (!reserve(16)) return ST_NO_MEMORY;
+    if (prefix_ != kNoPrefix) {
+        put_code(prefix_);
+        // The reader adds an entry for this code too, and may widen before the end code.
+        if (next_code_ < static_cast<uint32_t>(kMaxCodes) && next_code_ == (1u << width_)) {
+            ++width_;
+        }
+    }
+    put_code(clear_code_ + 1);
+    while (bit_count_ > 0) {
+        out_[out_size_++] = static_cast<unsigned char>(bits_);
+        bits_ >>= 8;
+        bit_count_ -= 8;
+    }
+    bit_count_ = 0;
+    bits_ = 0;
+    started_ = false;
+    return ST_OK;
+}

@@ -1,0 +1,119 @@
+// qLzwEncoder.h: qLzwEncoder, the variable-width LZW encoder of GIF image data.
+//
+// The counterpart of qLzwDecoder. One encoder encodes one image: begin() with the minimum code
+// size, encode() the indices in display or interlaced order in as many calls as convenient,
+// finish() at the end. The packed code bytes collect in data() / size(); the caller takes them
+// out as it goes (consume()) and wraps them in data sub-blocks. Codes are written least
+// significant bit first, as the format requires.
+//
+//   qLzwEncoder lzw;
+//   lzw.begin(8, false);
+//   for (int y = 0; y < height; ++y) {
+//       lzw.encode(row(y), width);
+//       while (lzw.size() >= 255) { write_sub_block(lzw.data(), 255); lzw.consume(255); }
+//   }
+//   lzw.finish();        // then the rest in blocks of up to 255 bytes, and a 0 terminator
+#pragma once
+
+#include <cstdint>
+
+#include "qimg/core/qExport.h"
+
+class QIMG_API qLzwEncoder {
+public:
+    static constexpr int kMaxCodes = 4096;
+    static constexpr int kMinCodeSize = 2;
+    static constexpr int kMaxCodeSize = 8;
+
+    qLzwEncoder() = default;
+    ~qLzwEncoder();
+    qLzwEncoder(const qLzwEncoder&) = delete;
+    qLzwEncoder& operator=(const qLzwEncoder&) = delete;
+
+    // Starts a new stream with minimum code size `min_code_size` (2..8; a palette of n entries
+    // needs the smallest m with 2^m >= n, at least 2) and writes the leading clear code. Any
+    // bytes not yet consumed are dropped.
+    // `deferred_clear` false: a clear code as soon as all 4096 codes are taken (what most
+    // encoders do). true: the full table is kept while its strings stay long, and cleared only
+    // once the codes written with it get noticeably shorter than they were when it filled up;
+    // this helps images whose statistics stay the same, and never hurts much elsewhere.
+    // 0; -5 for a code size outside 2..8; -1 when the output block cannot be made.
+    int begin(int min_code_size, bool deferred_clear);
+    // Appends `count` indices. 0; -5 for an index of 2^min_code_size or above (nothing of this
+    // call is encoded), a null pointer, a negative count or no begin(); -1 out of memory.
+    int encode(const unsigned char* indices, int count);
+    // Like encode(), for pixels that may take either of two indices: where flexible[i] is not
+    // zero, indices[i] may be written as `alternate` instead (a transparent index over pixels
+    // that are already shown). The choice is greedy: whichever index continues the current
+    // string (`alternate` first after an `alternate`), else `alternate`. The indices
+    // written are stored back into `indices`, so encode() of them gives the same codes.
+    // Codes as for encode(); also -5 for an `alternate` of 2^min_code_size or above.
+    int encode_choosing(unsigned char* indices, const unsigned char* flexible, int count,
+                        unsigned char alternate);
+    // Writes the pending string and the end code, and pads the last byte with zero bits.
+    // 0; -5 without begin(); -1 out of memory. encode() is refused afterwards.
+    int finish();
+
+    // Code bytes written and not yet consumed; data() is null before begin().
+    const unsigned char* data() const { return out_; }
+    int size() const { return out_size_; }
+    // Drops the first `n` bytes of data() (clamped to size()).
+    void consume(int n);
+
+private:
+    static constexpr int kHashBits = 15;  // eight times the table: probes rarely go on
+    static constexpr int kHashSlots = 1 << kHashBits;
+    static constexpr uint32_t kNoPrefix = 0xFFFFFFFFu;
+
+    // The hot loop over one run of indices whose output room is already reserved.
+    void encode_run(const unsigned char* indices, int count);
+    void put_code(uint32_t code);
+    // Looks up the string `key`; true when present. `slot` is then its slot, else the empty
+    // slot where it would go.
+    bool find(uint32_t key, uint32_t& slot) const;
+    // The prefix code XOR a scrambled index (Fibonacci hashing of the index alone). The index is
+    // known early, so the only step that waits for the previous look-up is the XOR.
+    static uint32_t slot_of(uint32_t prefix, uint32_t index) {
+        return prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits);
+    }
+    // After a code was written for a string that `index` does not continue: the table entry
+    // (prefix + index) goes into `slot`, or the full table is cleared or kept.
+    void add_entry(uint32_t key, uint32_t slot);
+    bool valid_run(const unsigned char* indices, int count) const;
+    void reset_table();
+    // Deferred clear, once per code written with the full table: true when the window that
+    // code completes covered too few indices, so the table should be cleared.
+    bool window_says_clear();
+    bool reserve(int64_t extra);
+
+    // One word per slot: the string's code in the top 12 bits, its key (prefix << 8 | index) in
+    // the low 20. kEmpty has key 0xFFFFF, which no string has: code 4095 never gets a child.
+    static constexpr uint32_t kEmpty = 0xFFFFFFFFu;
+    static constexpr uint32_t kKeyMask = 0xFFFFFu;
+    // Both from one heap block made by the first begin() (136 kB: too big for the stack).
+    uint32_t* table_ = nullptr;
+    // The slot of each code's entry, so a reset empties only the slots in use.
+    uint16_t* slot_of_code_ = nullptr;
+    uint32_t first_code_ = 0;  // the first code with an entry in the table
+
+    int min_code_size_ = 0;
+    uint32_t clear_code_ = 0;
+    uint32_t next_code_ = 0;
+    int width_ = 0;
+    uint32_t prefix_ = kNoPrefix;      // code of the string matched so far
+    uint32_t last_index_ = kNoPrefix;  // the index written last (encode_choosing)
+    bool started_ = false;
+
+    bool deferred_clear_ = false;
+    // Deferred clear: indices and codes in the current window of the full table, and the best
+    // indices per window seen since it filled.
+    int64_t window_indices_ = 0;
+    int window_codes_ = 0;
+    int64_t best_window_indices_ = 0;
+
+    uint64_t bits_ = 0;  // pending bits, least significant first
+    int bit_count_ = 0;
+    unsigned char* out_ = nullptr;
+    int out_size_ = 0;
+    int out_capacity_ = 0;
+};

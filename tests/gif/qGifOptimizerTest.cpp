@@ -1,0 +1,139 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "GifTestKit.h"
+#include "common/TestKit.h"
+#include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifEncoder.h"
+#include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qGifOptimizer.h"
+#include "qimg/gif/qMemoryR.h"
+#include "qimg/gif/qMemoryW.h"
+#include "qimg/image/qDirectImage.h"
+
+namespace {
+
+using qtest::Bytes;
+
+struct Written {
+    qMemoryW sink;
+    qGifAnimation animation;
+    int read() {
+        qMemoryR source(sink.data(), static_cast<size_t>(sink.size()));
+        return animation.read(&source, nullptr);
+    }
+};
+
+std::vector<int> delays_of(const qGifAnimation& animation) {
+    std::vector<int> out;
+    for (int f = 0; animation.frame(f); ++f) out.push_back(animation.frame(f)->frame_delay());
+    return out;
+}
+
+// Every animated file of the corpus re-cut: the same screens, delays and loop count; and the
+// smaller choice is never larger than the frames written as read.
+TEST(qGifOptimizerTest, CorpusAnimationsShowTheSameScreens) {
+    int recut_files = 0;
+    for (const auto& path : qtest::corpus_files()) {
+        const Bytes bytes = qtest::read_file(path);
+        qGifAnimation original;
+        qMemoryR source(bytes.data(), bytes.size());
+        ASSERT_EQ(original.read(&source, nullptr), 0);
+        if (original.num_frames() < 2) continue;
+        SCOPED_TRACE(path.filename().string());
+        Written plain, optimized, smaller;
+        ASSERT_EQ(qGifEncoder::reencode(&original, RS_AS_READ, -1, 0, &plain.sink, nullptr), 0);
+        ASSERT_EQ(qGifEncoder::reencode(&original, RS_SMALLER, -1, 0, &smaller.sink, nullptr), 0);
+        EXPECT_LE(smaller.sink.size(), plain.sink.size());
+        const int rc = qGifEncoder::reencode(&original, RS_RECUT, -1, 0, &optimized.sink, nullptr);
+        if (rc == -6) continue;  // more colours than one table holds
+        ASSERT_EQ(rc, 0);
+        ++recut_files;
+        ASSERT_EQ(optimized.read(), 0);
+        ASSERT_EQ(plain.read(), 0);
+        EXPECT_EQ(gif_test::composed_frames(optimized.animation),
+                  gif_test::composed_frames(original));
+        EXPECT_EQ(delays_of(optimized.animation), delays_of(original));
+        EXPECT_EQ(optimized.animation.loop_count(), original.loop_count());
+    }
+    EXPECT_GE(recut_files, 8);
+}
+
+// A sprite moving over a gradient and a hole that opens and closes: the optimised file shows
+// what the plain one shows, frame for frame, and is smaller.
+TEST(qGifOptimizerTest, TrueColourFramesOptimisedShowWhatThePlainFileShows) {
+    constexpr int kFrames = 6;
+    const qSize screen(48, 40);
+    std::vector<qDirectImage> pictures(kFrames);
+    const qIImageBuffer* frames[kFrames];
+    int delays[kFrames];
+    for (int f = 0; f < kFrames; ++f) {
+        ASSERT_EQ(pictures[f].Create_buffer(screen, PT_BGRA32, nullptr), 0);
+        for (int y = 0; y < screen.height; ++y) {
+            for (int x = 0; x < screen.width; ++x) {
+                const bool sprite = x >= 4 * f && x < 4 * f + 10 && y >= 10 && y < 20;
+                const bool hole = f == 1 && x >= 30 && y >= 30;  // transparent, then back
+                const qPixRA c = sprite ? qtest::rgba(250, 20, 20)
+                                 : hole ? qtest::rgba(0, 0, 0, 0)
+                                        : qtest::rgba(x * 5, y * 6, 90);
+                std::memcpy(pictures[f].pixel_address(y, x), &c, 4);
+            }
+        }
+        frames[f] = &pictures[f];
+        delays[f] = 5 + f;
+    }
+    for (bool dither : {false, true}) {
+        SCOPED_TRACE(dither);
+        qGifEncodeOptions options;
+        options.colors = 64;
+        options.dither = dither;
+        Written plain, optimized;
+        options.optimize = false;
+        ASSERT_EQ(
+            qGifEncoder::encode_frames(frames, delays, kFrames, options, &plain.sink, nullptr), 0);
+        options.optimize = true;
+        qtest::StopAtRow stop(3);
+        EXPECT_EQ(
+            qGifEncoder::encode_frames(frames, delays, kFrames, options, &optimized.sink, &stop),
+            1);
+        optimized.sink.clear();
+        ASSERT_EQ(
+            qGifEncoder::encode_frames(frames, delays, kFrames, options, &optimized.sink, nullptr),
+            0);
+        ASSERT_EQ(plain.read(), 0);
+        ASSERT_EQ(optimized.read(), 0);
+        ASSERT_EQ(optimized.animation.num_frames(), kFrames);
+        EXPECT_EQ(gif_test::composed_frames(optimized.animation),
+                  gif_test::composed_frames(plain.animation));
+        EXPECT_EQ(delays_of(optimized.animation), delays_of(plain.animation));
+        EXPECT_EQ(optimized.animation.loop_count(), -1);
+        EXPECT_LT(optimized.sink.size(), plain.sink.size() * 3 / 4);
+        // The frame before the hole opens must restore its area; without dithering noise the
+        // later ones are cut down to the sprite's old and new place.
+        EXPECT_EQ(optimized.animation.frame(0)->frame_disposal(), 2);
+        EXPECT_EQ(optimized.animation.frame(1)->frame_disposal(), 1);
+        if (!dither) {
+            EXPECT_EQ(optimized.animation.frame(3)->frame_rect(), qRect(8, 10, 14, 10));
+        }
+    }
+}
+
+TEST(qGifOptimizerTest, RefusesBadFrames) {
+    qDirectImage a, b;
+    ASSERT_EQ(a.Create_buffer(qSize(4, 4), PT_BGRA32, nullptr), 0);
+    ASSERT_EQ(b.Create_buffer(qSize(4, 5), PT_BGRA32, nullptr), 0);
+    const qIImageBuffer* frames[] = {&a, &b};
+    const int delays[] = {1, 65536};
+    qMemoryW sink;
+    qGifEncodeOptions options;
+    EXPECT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &sink, nullptr), -5);
+    frames[1] = &a;
+    EXPECT_EQ(qGifEncoder::encode_frames(frames, delays, 2, options, &sink, nullptr), -5);
+    options.colors = 1;
+    EXPECT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &sink, nullptr), -5);
+    EXPECT_EQ(qGifEncoder::reencode(nullptr, RS_RECUT, -1, 0, &sink, nullptr), -5);
+}
+
+}  // namespace

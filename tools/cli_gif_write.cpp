@@ -1,0 +1,198 @@
+// qimg encode FRAME.png... -o OUT.gif [--delay MS] [--loop N] [--colors N] [--dither]
+// qimg resave IN.gif -o OUT.gif [--delay MS] [--loop N] [--optimize]
+//
+// Every GIF goes first to a temporary file beside the target, which is renamed into place only
+// once complete: an interrupted or failed run leaves the target as it was.
+#include "cli_gif_write.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "cli_args.h"
+#include "cli_common.h"
+#include "cli_progress.h"
+#include "png_io.h"
+
+namespace {
+
+// Writes through `write` into a new temporary file next to `target`, then renames it over the
+// target. Only the temporary file is ever removed, and only when this run made it.
+int write_atomically(const std::string& target, const std::string& action,
+                     const std::function<int(qIFileW*)>& write) {
+    std::string temporary = target + ".XXXXXX";
+    const int fd = mkstemp(temporary.data());
+    if (fd < 0) {
+        return report_error(target,
+                            std::string("cannot create a file beside it: ") + std::strerror(errno));
+    }
+    // mkstemp makes the file private; the result gets the permissions of any new file.
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(fd, 0666 & ~mask);
+    close(fd);
+    qFileW file;
+    int status = file.open(temporary.c_str()) ? write(&file) : -3;
+    const int closed = file.close();
+    if (status == 0) status = closed;
+    if (status == 0 && std::rename(temporary.c_str(), target.c_str()) != 0) {
+        const std::string why = std::strerror(errno);
+        std::remove(temporary.c_str());
+        return report_error(target, "cannot rename the finished file into place: " + why);
+    }
+    if (status != 0) {
+        std::remove(temporary.c_str());
+        return report_status(target, action, status);
+    }
+    return kExitOk;
+}
+
+struct WriteOptions {
+    std::vector<std::string> inputs;
+    std::string output;
+    int delay = -1;  // hundredths; -1 keeps (resave) or 10 (encode)
+    int loop = -2;   // passes as the library counts them; -2: not given
+    int colors = 256;
+    bool dither = false;
+    bool optimize = false;
+};
+
+// The options of both commands; `encode` tells which ones exist.
+int parse(ArgList& args, bool encode, WriteOptions& o) {
+    std::string error, value;
+    const char* name = encode ? "encode" : "resave";
+    while (!args.empty()) {
+        const std::string word = args.take();
+        int number = 0;
+        if (word == "-o" || word == "--output") {
+            if (!args.take_value(word, o.output, error)) return report_usage(error);
+        } else if (word == "--delay") {
+            if (!args.take_value(word, value, error) || !parse_int(value, 0, 655350, number, error))
+                return report_usage(error);
+            o.delay = (number + 5) / 10;  // the format stores hundredths of a second
+        } else if (word == "--loop") {
+            // "play N times", 0 for without end, as the info command reports it.
+            if (!args.take_value(word, value, error) || !parse_int(value, 0, 65536, number, error))
+                return report_usage(error);
+            o.loop = number == 0 ? -1 : number;
+        } else if (word == "--colors" && encode) {
+            if (!args.take_value(word, value, error) || !parse_int(value, 2, 256, o.colors, error))
+                return report_usage(error);
+        } else if (word == "--dither" && encode) {
+            o.dither = true;
+        } else if (word == "--optimize" && !encode) {
+            o.optimize = true;
+        } else if (!word.empty() && word[0] == '-') {
+            return report_usage(std::string(name) + ": unknown option '" + word + "'");
+        } else {
+            o.inputs.push_back(word);
+        }
+    }
+    if (o.inputs.empty() || o.output.empty()) {
+        return report_usage(encode ? "encode needs FRAME.png... and -o OUT.gif"
+                                   : "resave needs IN.gif and -o OUT.gif");
+    }
+    if (!encode && o.inputs.size() > 1) return report_usage("resave: one input file only");
+    if (!has_gif_extension(o.output)) {
+        return report_usage(std::string(name) + ": the output must be a .gif file");
+    }
+    return kExitOk;
+}
+
+}  // namespace
+
+bool has_gif_extension(const std::string& path) {
+    if (path.size() < 4) return false;
+    std::string tail = path.substr(path.size() - 4);
+    std::transform(tail.begin(), tail.end(), tail.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return tail == ".gif";
+}
+
+int write_indexed_gif(const std::string& path, const qIIndexImage& image) {
+    const qIColormap* map = image.colormap();
+    if (map == nullptr) return report_error(path, "no colour map to write");
+    return write_atomically(path, "writing", [&](qIFileW* sink) {
+        qGifWriter writer;
+        qGifControl control;
+        control.transparent = image.min_t_index();
+        int rc = writer.begin(sink, image.size(), map, 0, 1);
+        if (rc == 0) {
+            rc = writer.add_image(&image, qPoint(), nullptr,
+                                  control.transparent >= 0 ? &control : nullptr, false, nullptr);
+        }
+        return rc == 0 ? writer.finish() : rc;
+    });
+}
+
+int command_encode(ArgList& args) {
+    WriteOptions o;
+    if (const int status = parse(args, true, o); status != kExitOk) return status;
+
+    std::vector<std::unique_ptr<qDirectImage>> pictures;
+    std::vector<const qIImageBuffer*> frames;
+    for (const std::string& input : o.inputs) {
+        PngPicture png;
+        std::string error;
+        if (!read_png(input, png, error)) return report_error(input, error);
+        if (!frames.empty() && !(qSize(png.width, png.height) == frames.front()->size())) {
+            return report_error(input, "frames differ in size from the first one");
+        }
+        auto image = std::make_unique<qDirectImage>();
+        const int status = image->Create_buffer(qSize(png.width, png.height), PT_BGRA32, nullptr);
+        if (status != 0) return report_status(input, "loading", status);
+        for (int y = 0; y < png.height; ++y) {
+            std::memcpy(image->pixel_address(y, 0),
+                        png.pixels.data() + static_cast<size_t>(y) * png.stride(),
+                        static_cast<size_t>(png.stride()));
+        }
+        frames.push_back(image.get());
+        pictures.push_back(std::move(image));
+    }
+    qGifEncodeOptions options;
+    options.colors = o.colors;
+    options.dither = o.dither;
+    options.loop_count = o.loop == -2 ? -1 : o.loop;
+    const std::vector<int> delays(frames.size(), o.delay < 0 ? 10 : o.delay);
+
+    TerminalProgress progress("encoding " + o.output);
+    const int status = write_atomically(o.output, "encoding", [&](qIFileW* sink) {
+        return qGifEncoder::encode_frames(frames.data(), delays.data(),
+                                          static_cast<int>(frames.size()), options, sink,
+                                          &progress);
+    });
+    progress.finish();
+    if (status != kExitOk) return status;
+    std::printf("%zu frame%s -> %s\n", frames.size(), frames.size() == 1 ? "" : "s",
+                o.output.c_str());
+    return kExitOk;
+}
+
+int command_resave(ArgList& args) {
+    WriteOptions o;
+    if (const int status = parse(args, false, o); status != kExitOk) return status;
+    LoadedGif gif;
+    if (const int status = load_gif(o.inputs.front(), gif); status != kExitOk) return status;
+    auto* animation = dynamic_cast<qGifAnimation*>(gif.animation);
+    if (animation == nullptr) return report_error(o.inputs.front(), "no animation after reading");
+
+    bool recut = false;
+    TerminalProgress progress("writing " + o.output);
+    const int status = write_atomically(o.output, "writing", [&](qIFileW* sink) {
+        return qGifEncoder::reencode(animation, o.optimize ? RS_SMALLER : RS_AS_READ, o.delay,
+                                     o.loop == -2 ? 0 : o.loop, sink, &progress, &recut);
+    });
+    progress.finish();
+    if (status != kExitOk) return status;
+    std::printf("%s: %d frame%s -> %s%s\n", o.inputs.front().c_str(), animation->num_frames(),
+                animation->num_frames() == 1 ? "" : "s", o.output.c_str(),
+                o.optimize ? (recut ? " (re-cut)" : " (kept as read: smaller)") : "");
+    return kExitOk;
+}
