@@ -15,6 +15,9 @@
 #include "hardening/HardeningKit.h"
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qGifColormap.h"
+#include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifFrame.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qIndexImage.h"
@@ -172,8 +175,8 @@ TEST(AllocationSweep, SetAndCloneOfAnimations) {
             std::function<int(qImageProxy&)> set;
         };
         const Case cases[] = {
-            {      "proxy",  [&](qImageProxy& p) { return p.Set(&source); }},
-            {"index image",     [&](qImageProxy& p) { return p.Set(leaf); }},
+            {"proxy",       [&](qImageProxy& p) { return p.Set(&source); } },
+            {"index image", [&](qImageProxy& p) { return p.Set(leaf); }    },
             {"true colour", [&](qImageProxy& p) { return p.Set(&picture); }},
         };
         for (const Case& c : cases) {
@@ -211,6 +214,41 @@ TEST(AllocationSweep, SetAndCloneOfAnimations) {
         }
         EXPECT_EQ(render(source), reference);
     }
+}
+
+// clone() of every kind of component, and the control record a GIF frame makes for
+// set_ex_transparent: null (or false, with the frame left opaque) at every failure.
+TEST(AllocationSweep, ClonesAndTransparencyRecord) {
+    qImageProxy gif;
+    ASSERT_EQ(read_bytes(gif, read_corpus("pil-anim-local-tables.gif")), 0);
+    qImageProxy direct;
+    fill_with_direct(direct);
+    qImageProxy reduced;
+    fill_with_direct(reduced);
+    ASSERT_EQ(reduced.quantize_colors(4, CM_ADAPTIVE, QT_NEAREST, true, 1, 0, 1, nullptr), 0);
+    auto* gif_frame = dynamic_cast<qGifAnimation*>(gif.animation())->frame(0);
+    const qIComponent* components[] = {gif_frame, gif.current_leaf(), direct.current_leaf(),
+                                       reduced.current_leaf()};
+    for (const qIComponent* component : components) {
+        const long allocations = count_allocations([&] { delete component->clone(); });
+        ASSERT_GT(allocations, 0);
+        for (long n = 1; n <= allocations; ++n) {
+            FailAllocation fail(n);
+            EXPECT_EQ(component->clone(), nullptr) << n;
+        }
+    }
+    qImageProxy old_style;  // GIF87a: a frame without control record, which the edit makes
+    ASSERT_EQ(read_bytes(old_style, read_corpus("im-gif87a.gif")), 0);
+    qGifFrame* plain = dynamic_cast<qGifAnimation*>(old_style.animation())->frame(0);
+    ASSERT_EQ(plain->control(), nullptr);
+    {
+        FailAllocation fail(1);
+        EXPECT_FALSE(plain->set_ex_transparent(1));
+    }
+    EXPECT_EQ(plain->control(), nullptr);
+    EXPECT_TRUE(plain->set_ex_transparent(1));
+    ASSERT_NE(plain->control(), nullptr);
+    EXPECT_EQ(plain->control()->transparent, 1);
 }
 
 // Palettes from the quantizer front: each step swept on its own.
@@ -383,13 +421,13 @@ TEST(AllocationSweep, FacadeQuantizeColors) {
         const qIColormap* map;  // the given-map form when set
     };
     const Case cases[] = {
-        {   "adaptive, nearest", false, CM_ADAPTIVE,   QT_NEAREST,                nullptr},
-        {  "adaptive, dithered", false, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
-        {      "cube, dithered", false,     CM_CUBE, QT_DIFFUSION,                nullptr},
-        {       "grey, nearest", false,     CM_GRAY,   QT_NEAREST,                nullptr},
-        { "given map, dithered", false,     CM_CUBE, QT_DIFFUSION, given.fixed_colormap()},
-        { "gif frame, adaptive",  true, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
-        {"gif frame, given map",  true,     CM_CUBE,   QT_NEAREST, given.fixed_colormap()},
+        {"adaptive, nearest",    false, CM_ADAPTIVE, QT_NEAREST,   nullptr               },
+        {"adaptive, dithered",   false, CM_ADAPTIVE, QT_DIFFUSION, nullptr               },
+        {"cube, dithered",       false, CM_CUBE,     QT_DIFFUSION, nullptr               },
+        {"grey, nearest",        false, CM_GRAY,     QT_NEAREST,   nullptr               },
+        {"given map, dithered",  false, CM_CUBE,     QT_DIFFUSION, given.fixed_colormap()},
+        {"gif frame, adaptive",  true,  CM_ADAPTIVE, QT_DIFFUSION, nullptr               },
+        {"gif frame, given map", true,  CM_CUBE,     QT_NEAREST,   given.fixed_colormap()},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -467,10 +505,10 @@ TEST(AllocationSweep, ScaledDraws) {
     const struct {
         float x, y;
     } scales[] = {
-        {2.0f,  2.0f},
-        {0.5f,  0.5f},
+        {2.0f, 2.0f },
+        {0.5f, 0.5f },
         {3.0f, 0.75f},
-        {1.0f,  1.0f}
+        {1.0f, 1.0f }
     };
     for (const qImageProxy* proxy : {&gif, &direct}) {
         for (const auto& s : scales) {
