@@ -3,7 +3,10 @@
 // mapping views).
 #include <gtest/gtest.h>
 
+#include <cfloat>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <random>
 #include <vector>
@@ -119,12 +122,12 @@ TEST(qFrameDecoratorColorTest, FixedPalettes) {
         int expected_entries;
     };
     const Case cases[] = {
-        {                                    "cube of 256",  256, CM_CUBE,  true, 216},
-        {                  "cube of 256 with transparency",  256, CM_CUBE, false, 217},
-        {                  "cube above the palette's room", 1000, CM_CUBE, false, 217},
-        {                                      "grey of 2",    2, CM_GRAY,  true,   2},
-        {                  "grey above the palette's room",  300, CM_GRAY,  true, 256},
-        {"grey above the palette's room with transparency",  300, CM_GRAY, false, 256},
+        {"cube of 256",                                     256,  CM_CUBE, true,  216},
+        {"cube of 256 with transparency",                   256,  CM_CUBE, false, 217},
+        {"cube above the palette's room",                   1000, CM_CUBE, false, 217},
+        {"grey of 2",                                       2,    CM_GRAY, true,  2  },
+        {"grey above the palette's room",                   300,  CM_GRAY, true,  256},
+        {"grey above the palette's room with transparency", 300,  CM_GRAY, false, 256},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -165,6 +168,31 @@ TEST(qFrameDecoratorColorTest, GivenMapIsCopied) {
     ASSERT_EQ(frame.Draw(&view, qRect(0, 0, 20, 30), qPoint(), 1.0f, 1.0f, false), 0);
     EXPECT_EQ(canvas[20 * 20 + 10], rgba(0, 0, 0));  // (0, 0): dark corner
     EXPECT_EQ(canvas[23 * 20 + 14], rgba(7, 7, 7));  // centre of the hole stays untouched
+}
+
+// Non-finite strengths give the indices of their finite stand-ins (NaN: 0, infinities: the
+// largest floats of their signs).
+TEST(qFrameDecoratorColorTest, NonFiniteStrengthsTakeTheirFiniteStandIns) {
+    const BgraImage picture = test_picture(9, 7, true);
+    const float inf = std::numeric_limits<float>::infinity();
+    const std::pair<float, float> cases[] = {
+        {inf,           FLT_MAX },
+        {-inf,          -FLT_MAX},
+        {std::nanf(""), 0.0f    }
+    };
+    for (const auto& [given, taken] : cases) {
+        std::vector<int> indices[2];
+        for (int k = 0; k < 2; ++k) {
+            const float s = k == 0 ? given : taken;
+            qFrameDecorator frame;
+            ASSERT_EQ(frame.attach(direct_copy(picture), qPoint()), 0);
+            ASSERT_EQ(frame.quantize_colors(8, CM_ADAPTIVE, QT_DIFFUSION, false, s, s, 1, nullptr),
+                      0);
+            for (int y = 0; y < 7; ++y)
+                for (int x = 0; x < 9; ++x) indices[k].push_back(frame.pixel_index(qPoint(x, y)));
+        }
+        EXPECT_EQ(indices[0], indices[1]) << given;
+    }
 }
 
 // An indexed leaf is read through its own palette; its transparent index, stored apart from an
@@ -243,7 +271,7 @@ TEST(qFrameDecoratorColorTest, NothingToReduce) {
         int given, adaptive, cube, unknown;
     };
     const Case cases[] = {
-        {    "empty",     &empty,   -5,   -5,   -5, -6},
+        {"empty",     &empty,     -5,   -5,   -5,   -6},
         {"no pixels", &no_pixels, -100, -100, -100, -6},
     };
     for (const Case& c : cases) {
@@ -319,12 +347,12 @@ TEST(qFrameDecoratorColorTest, FacadeMatchesAReferenceBuiltFromThePieces) {
         unsigned char min_alpha;
     };
     const Case cases[] = {
-        {256,   QT_NEAREST, false,  1.0f, 0.0f,   1},
-        { 16,   QT_NEAREST,  true,  1.0f, 0.0f,   1},
-        { 16,   QT_NEAREST, false,  1.0f, 0.0f, 128},
-        {256, QT_DIFFUSION,  true,  1.0f, 0.0f,   1},
-        { 16, QT_DIFFUSION, false, 0.75f, 0.5f,   1},
-        {  5, QT_DIFFUSION, false,  1.0f, 0.0f,   1},
+        {256, QT_NEAREST,   false, 1.0f,  0.0f, 1  },
+        {16,  QT_NEAREST,   true,  1.0f,  0.0f, 1  },
+        {16,  QT_NEAREST,   false, 1.0f,  0.0f, 128},
+        {256, QT_DIFFUSION, true,  1.0f,  0.0f, 1  },
+        {16,  QT_DIFFUSION, false, 0.75f, 0.5f, 1  },
+        {5,   QT_DIFFUSION, false, 1.0f,  0.0f, 1  },
     };
     std::mt19937 rng(5);
     BgraImage picture = test_picture(67, 45, true, 9);
