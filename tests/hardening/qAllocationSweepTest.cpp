@@ -175,8 +175,8 @@ TEST(AllocationSweep, SetAndCloneOfAnimations) {
             std::function<int(qImageProxy&)> set;
         };
         const Case cases[] = {
-            {"proxy",       [&](qImageProxy& p) { return p.Set(&source); } },
-            {"index image", [&](qImageProxy& p) { return p.Set(leaf); }    },
+            {      "proxy",  [&](qImageProxy& p) { return p.Set(&source); }},
+            {"index image",     [&](qImageProxy& p) { return p.Set(leaf); }},
             {"true colour", [&](qImageProxy& p) { return p.Set(&picture); }},
         };
         for (const Case& c : cases) {
@@ -421,13 +421,13 @@ TEST(AllocationSweep, FacadeQuantizeColors) {
         const qIColormap* map;  // the given-map form when set
     };
     const Case cases[] = {
-        {"adaptive, nearest",    false, CM_ADAPTIVE, QT_NEAREST,   nullptr               },
-        {"adaptive, dithered",   false, CM_ADAPTIVE, QT_DIFFUSION, nullptr               },
-        {"cube, dithered",       false, CM_CUBE,     QT_DIFFUSION, nullptr               },
-        {"grey, nearest",        false, CM_GRAY,     QT_NEAREST,   nullptr               },
-        {"given map, dithered",  false, CM_CUBE,     QT_DIFFUSION, given.fixed_colormap()},
-        {"gif frame, adaptive",  true,  CM_ADAPTIVE, QT_DIFFUSION, nullptr               },
-        {"gif frame, given map", true,  CM_CUBE,     QT_NEAREST,   given.fixed_colormap()},
+        {   "adaptive, nearest", false, CM_ADAPTIVE,   QT_NEAREST,                nullptr},
+        {  "adaptive, dithered", false, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
+        {      "cube, dithered", false,     CM_CUBE, QT_DIFFUSION,                nullptr},
+        {       "grey, nearest", false,     CM_GRAY,   QT_NEAREST,                nullptr},
+        { "given map, dithered", false,     CM_CUBE, QT_DIFFUSION, given.fixed_colormap()},
+        { "gif frame, adaptive",  true, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
+        {"gif frame, given map",  true,     CM_CUBE,   QT_NEAREST, given.fixed_colormap()},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -505,10 +505,10 @@ TEST(AllocationSweep, ScaledDraws) {
     const struct {
         float x, y;
     } scales[] = {
-        {2.0f, 2.0f },
-        {0.5f, 0.5f },
+        {2.0f,  2.0f},
+        {0.5f,  0.5f},
         {3.0f, 0.75f},
-        {1.0f, 1.0f }
+        {1.0f,  1.0f}
     };
     for (const qImageProxy* proxy : {&gif, &direct}) {
         for (const auto& s : scales) {

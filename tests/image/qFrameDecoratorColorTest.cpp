@@ -122,12 +122,12 @@ TEST(qFrameDecoratorColorTest, FixedPalettes) {
         int expected_entries;
     };
     const Case cases[] = {
-        {"cube of 256",                                     256,  CM_CUBE, true,  216},
-        {"cube of 256 with transparency",                   256,  CM_CUBE, false, 217},
-        {"cube above the palette's room",                   1000, CM_CUBE, false, 217},
-        {"grey of 2",                                       2,    CM_GRAY, true,  2  },
-        {"grey above the palette's room",                   300,  CM_GRAY, true,  256},
-        {"grey above the palette's room with transparency", 300,  CM_GRAY, false, 256},
+        {                                    "cube of 256",  256, CM_CUBE,  true, 216},
+        {                  "cube of 256 with transparency",  256, CM_CUBE, false, 217},
+        {                  "cube above the palette's room", 1000, CM_CUBE, false, 217},
+        {                                      "grey of 2",    2, CM_GRAY,  true,   2},
+        {                  "grey above the palette's room",  300, CM_GRAY,  true, 256},
+        {"grey above the palette's room with transparency",  300, CM_GRAY, false, 256},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -171,7 +171,7 @@ TEST(qFrameDecoratorColorTest, GivenMapIsCopied) {
 }
 
 // Non-finite strengths give the indices of their finite stand-ins (NaN: 0, infinities: the
-// largest floats of their signs).
+// largest floats of their signs), through quantize_colors, map_from_image and dither_colors.
 TEST(qFrameDecoratorColorTest, NonFiniteStrengthsTakeTheirFiniteStandIns) {
     const BgraImage picture = test_picture(9, 7, true);
     const float inf = std::numeric_limits<float>::infinity();
@@ -271,7 +271,7 @@ TEST(qFrameDecoratorColorTest, NothingToReduce) {
         int given, adaptive, cube, unknown;
     };
     const Case cases[] = {
-        {"empty",     &empty,     -5,   -5,   -5,   -6},
+        {    "empty",     &empty,   -5,   -5,   -5, -6},
         {"no pixels", &no_pixels, -100, -100, -100, -6},
     };
     for (const Case& c : cases) {
@@ -347,12 +347,12 @@ TEST(qFrameDecoratorColorTest, FacadeMatchesAReferenceBuiltFromThePieces) {
         unsigned char min_alpha;
     };
     const Case cases[] = {
-        {256, QT_NEAREST,   false, 1.0f,  0.0f, 1  },
-        {16,  QT_NEAREST,   true,  1.0f,  0.0f, 1  },
-        {16,  QT_NEAREST,   false, 1.0f,  0.0f, 128},
-        {256, QT_DIFFUSION, true,  1.0f,  0.0f, 1  },
-        {16,  QT_DIFFUSION, false, 0.75f, 0.5f, 1  },
-        {5,   QT_DIFFUSION, false, 1.0f,  0.0f, 1  },
+        {256,   QT_NEAREST, false,  1.0f, 0.0f,   1},
+        { 16,   QT_NEAREST,  true,  1.0f, 0.0f,   1},
+        { 16,   QT_NEAREST, false,  1.0f, 0.0f, 128},
+        {256, QT_DIFFUSION,  true,  1.0f, 0.0f,   1},
+        { 16, QT_DIFFUSION, false, 0.75f, 0.5f,   1},
+        {  5, QT_DIFFUSION, false,  1.0f, 0.0f,   1},
     };
     std::mt19937 rng(5);
     BgraImage picture = test_picture(67, 45, true, 9);
