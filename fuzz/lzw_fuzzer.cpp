@@ -97,6 +97,10 @@ Reference reference_decode(int m, const uint8_t* data, size_t size) {
     return r;
 }
 
+size_t smaller(size_t a, size_t b) {
+    return a < b ? a : b;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -104,10 +108,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int min_code_size = data[0] % 14;
     const size_t piece = size_t{data[1]} + 1;
     const unsigned expected = data[2] * 37u;
+    // Odd piece sizes decode into a capped output (of at least one index): it must count what
+    // the reference decodes and store its first `expected` indices.
+    const bool capped = data[1] & 1;
+    const unsigned cap = expected > 0 ? expected : 1;
     data += 3;
     size -= 3;
     qLzwDecoder decoder;
-    decoder.init(min_code_size, expected);
+    if (capped) {
+        decoder.init_capped(min_code_size, cap);
+    } else {
+        decoder.init(min_code_size, expected);
+    }
     int status = 1;
     int last_size = 0;
     for (size_t at = 0; at < size && status == 1; at += piece) {
@@ -134,7 +146,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(got == 1 ? want.status != 0 : got == want.status, "result differs from the reference");
     check(decoder.output_size() == static_cast<int>(want.out.size()),
           "output size differs from the reference");
-    for (size_t i = 0; i < want.out.size(); ++i) {
+    check(static_cast<size_t>(decoder.stored_size()) ==
+              (capped ? smaller(want.out.size(), cap) : want.out.size()),
+          "stored size");
+    for (size_t i = 0; i < static_cast<size_t>(decoder.stored_size()); ++i) {
         check(decoder.output()[i] == want.out[i], "output differs from the reference");
         if (min_code_size <= 8) check(want.out[i] < 1u << min_code_size, "index above 2^m");
     }

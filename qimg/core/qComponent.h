@@ -72,8 +72,9 @@ public:
                                 unsigned char min_alpha, qIMonitor* monitor) = 0;
     // Given map: every pixel is mapped to a copy of `colormap` (the caller keeps its object), to
     // the nearest entry with QT_NEAREST, else with error diffusion (`color_strength`; an
-    // `alpha_strength` above 0 diffuses alpha too). With `opaque` false, transparent pixels take
-    // the map's first alpha-0 entry.
+    // `alpha_strength` above 0 diffuses alpha too; strengths are taken as qImageEdit::
+    // dither_colors takes them: NaN as 0, infinities as the largest finite values). With
+    // `opaque` false, transparent pixels take the map's first alpha-0 entry.
     //
     // Both forms: ST_OK; ST_CANCELLED when the monitor stopped the mapping; ST_BAD_ARGUMENT for
     // a component without a valid image, a null map or one outside 1..256 entries (CM_GRAY with

@@ -16,6 +16,7 @@ bool qFileR::open(const char* path) {
     close();
     if (path == nullptr) return false;
     file_ = std::fopen(path, "rb");
+    bytes_read_ = 0;
     return file_ != nullptr;
 }
 
@@ -36,12 +37,17 @@ int qFileR::size() {
 
 int qFileR::seek(int offset, int origin) {
     if (file_ == nullptr) return kNoValue;
-    if (std::fseek(file_, offset, origin) != 0) return kNoValue;
+    const bool asks_position = offset == 0 && origin == SEEK_CUR;
+    if (std::fseek(file_, offset, origin) != 0) {
+        return asks_position && bytes_read_ <= INT_MAX ? static_cast<int>(bytes_read_) : kNoValue;
+    }
     const long position = std::ftell(file_);
     return position < 0 || position > INT_MAX ? kNoValue : static_cast<int>(position);
 }
 
 int qFileR::read(void* buffer, int count) {
     if (file_ == nullptr || buffer == nullptr || count <= 0) return 0;
-    return static_cast<int>(std::fread(buffer, 1, static_cast<std::size_t>(count), file_));
+    const auto n = static_cast<int>(std::fread(buffer, 1, static_cast<std::size_t>(count), file_));
+    bytes_read_ += n;
+    return n;
 }

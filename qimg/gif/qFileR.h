@@ -24,10 +24,12 @@ public:
     // reported as INT_MAX.
     int size() override;
     // seek(): as fseek; -1 without an open file or when the new position does not fit an int.
+    // On a stream that cannot seek (a pipe), seek(0, 1) still answers the bytes read so far.
     int seek(int offset, int origin) override;
     // read(): as fread with element size 1; 0 without an open file, a null buffer or count <= 0.
     int read(void* buffer, int count) override;
 
 private:
     std::FILE* file_ = nullptr;
+    long long bytes_read_ = 0;  // since open(): the position where the stream cannot tell it
 };

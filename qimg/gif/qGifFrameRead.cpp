@@ -1,6 +1,7 @@
 // qGifFrameRead.cpp: qGifFrame's image reader. The image descriptor, the local colour table
 // and the LZW data of one image become the frame's index image; the frame's other behaviour
 // (copies, drawing, colour reduction, palette edits) is in qGifFrame.cpp.
+#include <climits>
 #include <cstring>
 
 #include "qimg/core/qAllocPriv.h"
@@ -65,6 +66,9 @@ int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* color
     // Rows stored in order are decoded straight into the new image's buffer: one buffer per
     // image and no copy, the rows spread to their stride afterwards. Interlaced rows (and empty
     // sizes, which the index image refuses after decoding) go through the decoder's own block.
+    // Either way the decoder stores no more than the image's pixels, and the image's buffer
+    // starts zeroed from pages nobody has touched, so what a declared size costs follows what
+    // the data fill.
     qLzwDecoder decoder;
     qIndexImage* image = nullptr;
     const bool direct = pixels > 0 && !interlaced_;
@@ -79,7 +83,7 @@ int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* color
         decoder.init_into(min_code_size, image->pixel_address(0, 0),
                           q_buffer_bytes(width, height, PT_INDEX8));
     } else {
-        decoder.init(min_code_size, static_cast<unsigned int>(pixels));
+        decoder.init_capped(min_code_size, static_cast<unsigned int>(pixels));
     }
     const int rc = decode_data(source, &decoder, monitor);
     if (rc != 0) {
@@ -107,16 +111,22 @@ int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* color
     return 0;
 }
 
+// Progress is the position in the stream after each sub-block out of the stream's size. The
+// monitor never hears a total of 0 or below, nor a position below 0: a position that does not
+// fit an int is INT_MAX (a size that does not is INT_MAX already), and when the size is unknown
+// (a pipe) the total is the position itself, so the total grows with the reading.
 int qGifFrame::decode_data(qIFileR* source, qLzwDecoder* decoder, qIMonitor* monitor) {
-    const int total = monitor != nullptr ? source->size() : 0;
+    const int size = monitor != nullptr ? source->size() : 0;
     int state = 1;  // the decoder's last answer: 1 wants data, 0 has seen the end code
     const int rc = q_gif_read_sub_blocks(source, [&](const unsigned char* block, int n) {
         if (state != 1) return ST_OK;  // after the end code: read past, no progress
         state = decoder->feed(block, n);
         if (state < 0) return ST_UNDECODABLE;
-        if (monitor != nullptr && !monitor->progress(source->seek(0, 1), total, 0, 1))
-            return ST_CANCELLED;
-        return ST_OK;
+        if (monitor == nullptr) return ST_OK;
+        int done = source->seek(0, 1);
+        if (done <= 0) done = INT_MAX;  // past what an int counts (a sub-block was just read)
+        const int total = size > 0 ? q_max(size, done) : done;
+        return monitor->progress(done, static_cast<int>(total), 0, 1) ? ST_OK : ST_CANCELLED;
     });
     if (rc != ST_OK) return rc;
     decoder->finish();
@@ -124,38 +134,39 @@ int qGifFrame::decode_data(qIFileR* source, qLzwDecoder* decoder, qIMonitor* mon
 }
 
 // Puts the decoded indices into the image's rows, `width` per row from the output's start, in
-// stored or interlaced order; pixels the output does not reach are 0, indices beyond width x
-// height are ignored. `direct`: the output was decoded into the image's own buffer, rows packed
-// one after the other (unless the data overflowed it, see qLzwDecoder::init_into).
+// stored or interlaced order; indices beyond width x height are not stored. The image's buffer
+// is zeroed when it is made, so pixels the output does not reach are already index 0 and their
+// rows are never touched: their pages stay unused. `direct`: the output was decoded into the
+// image's own buffer, rows packed one after the other.
 void qGifFrame::place_rows(const qLzwDecoder& decoder, qIndexImage* image, bool direct) const {
     const qSize size = image->size();
     const int width = size.width;
     const int height = size.height;
     const int64_t pixels = int64_t{width} * height;
-    const int64_t available = decoder.output_size();
+    const int64_t available = decoder.stored_size();
     const unsigned char* out = decoder.output();
     if (direct) {
         unsigned char* packed = image->pixel_address(0, 0);
-        if (!decoder.in_caller_buffer()) {
-            std::memcpy(packed, out, static_cast<size_t>(pixels));  // the output outgrew it
-        } else if (available < pixels) {
-            std::memset(packed + available, 0, static_cast<size_t>(pixels - available));
+        // The decoder's 16-byte moves may have left up to 15 bytes of spill behind the output.
+        if (available < pixels) {
+            std::memset(packed + available, 0, static_cast<size_t>(q_min(16, pixels - available)));
         }
         // Spread the packed rows to their stride, last row first so nothing is overwritten
-        // before it has moved.
+        // before it has moved. Rows that start at or past the output are zeros going onto
+        // zeros.
         for (int row = height - 1; row > 0; --row) {
+            const int64_t start = int64_t{row} * width;
+            if (start >= available) continue;
             unsigned char* dst = image->pixel_address(row, 0);
-            const unsigned char* src = packed + int64_t{row} * width;
+            const unsigned char* src = packed + start;
             if (dst != src) std::memmove(dst, src, static_cast<size_t>(width));
         }
         return;
     }
     int64_t taken = 0;
     auto fill_row = [&](int row) {
-        unsigned char* dst = image->pixel_address(row, 0);
         const int64_t n = q_max(0, q_min(width, available - taken));
-        std::memcpy(dst, out + taken, static_cast<size_t>(n));
-        std::memset(dst + n, 0, static_cast<size_t>(width - n));
+        if (n > 0) std::memcpy(image->pixel_address(row, 0), out + taken, static_cast<size_t>(n));
         taken += width;
     };
     if (!interlaced_) {

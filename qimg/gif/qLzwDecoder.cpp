@@ -36,14 +36,18 @@
 // (the output never changes once written), so sources stay far enough behind for those moves.
 //
 // The output can be the caller's memory (init_into): the image reader decodes straight into the
-// index image's pixel buffer, so an image costs one buffer and no copy. Only when the data hold
-// more indices than that buffer has room for does the decoder move to a block of its own.
+// index image's pixel buffer, so an image costs one buffer and no copy. An image's output is
+// capped at its pixels: indices past them are decoded and checked as usual but not stored (a
+// string that crosses the cap is written up to it), so a few bytes of data that expand to
+// gigabytes of indices cost nothing. Reading a string only ever needs what lies before the
+// current position, which stays below the cap while anything is still written.
 #include "qimg/gif/qLzwDecoder.h"
 
 #include <climits>
 #include <cstring>
 
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qCheckedMathPriv.h"
 
 namespace {
 
@@ -64,7 +68,8 @@ constexpr int kEmptyImageCapacity = 4088;
 // The offset of a literal's entry until the literal is first written: no copy to take it from.
 // Any count minus this is below 16, so such an entry never takes the 16-byte move.
 constexpr int kUnwritten = INT_MAX;
-// The largest output: count + a string's length + kSlack stays inside the int range.
+// The most indices decoded (stored or not): count + a string's length + kSlack stays inside the
+// int range.
 constexpr int kMaxCapacity = INT_MAX - 2 * 4096 - kSlack;
 
 inline uint64_t load_le64(const unsigned char* p) {
@@ -97,6 +102,7 @@ void qLzwDecoder::release() {
     if (owned_) q_free(out_);
     out_ = nullptr;
     owned_ = false;
+    capped_ = false;
     out_count_ = 0;
     out_capacity_ = 0;
     room_ = 0;
@@ -125,47 +131,59 @@ void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
     room_ = capacity + kSlack;
 }
 
+void qLzwDecoder::init_capped(int min_code_size, unsigned int expected_size) {
+    init(min_code_size, expected_size);
+    if (out_ == nullptr) return;
+    capped_ = true;
+    out_capacity_ = static_cast<int>(expected_size);  // 0 stores nothing
+}
+
 void qLzwDecoder::init_into(int min_code_size, unsigned char* buffer, int capacity) {
     if (!start(min_code_size) || buffer == nullptr || capacity <= 0) return;
     if (capacity > kMaxCapacity) capacity = kMaxCapacity;
     out_ = buffer;
+    capped_ = true;
     out_capacity_ = capacity;
     room_ = capacity;
 }
 
-// Makes room for `needed` bytes in total by adding `step` to the capacity (at least enough).
-// Output in the caller's buffer moves to a block of the decoder's own.
-bool qLzwDecoder::grow(int64_t needed, int64_t step) {
-    int64_t capacity = int64_t{out_capacity_} + step;
-    if (capacity < needed) capacity = needed;
-    if (capacity > kMaxCapacity) return false;
-    const size_t bytes = static_cast<size_t>(capacity) + kSlack;
-    unsigned char* block;
-    if (owned_) {
-        block = static_cast<unsigned char*>(q_realloc(out_, bytes));
-        if (block == nullptr) return false;
-    } else {
-        block = static_cast<unsigned char*>(q_malloc(bytes));
-        if (block == nullptr) return false;
-        std::memcpy(block, out_, static_cast<size_t>(out_count_));
-        owned_ = true;
-    }
+// Makes room for `needed` bytes in total, at least doubling the capacity so that a long output
+// is copied a bounded number of times.
+bool qLzwDecoder::grow(int64_t needed) {
+    int64_t capacity = q_max(needed, 2 * int64_t{out_capacity_});
+    if (capacity > kMaxCapacity) capacity = kMaxCapacity;
+    if (capacity < needed) return false;
+    auto* block =
+        static_cast<unsigned char*>(q_realloc(out_, static_cast<size_t>(capacity) + kSlack));
+    if (block == nullptr) return false;
     out_ = block;
     out_capacity_ = static_cast<int>(capacity);
     room_ = out_capacity_ + kSlack;
     return true;
 }
 
-// Writes the string of `code` at `to` = output + `count` without the 16-byte shortcut: a
-// literal's first appearance as itself (its copy from now on), any other string by a forward
-// copy that spills only into room the output has.
-void qLzwDecoder::write_string(unsigned char* to, uint32_t code, int count) {
+// The string of `code` at `count` does not fit the capacity: grows the output, or, when it is
+// capped, writes the part below the cap (if any). False when the output cannot grow or the
+// decoded count would pass kMaxCapacity.
+bool qLzwDecoder::write_past_capacity(uint32_t code, int count) {
+    const int length = table_[code].length;
+    if (int64_t{count} + length > kMaxCapacity) return false;
+    if (!capped_ && !grow(int64_t{count} + length)) return false;
+    const int fits = static_cast<int>(q_min(length, int64_t{out_capacity_} - count));
+    if (fits > 0) write_string(out_ + count, code, count, fits);
+    return true;
+}
+
+// Writes the first `length` bytes of the string of `code` at `to` = output + `count` without
+// the 16-byte shortcut: a literal's first appearance as itself (its copy from now on), any
+// other string by a forward copy that spills only into room the output has.
+void qLzwDecoder::write_string(unsigned char* to, uint32_t code, int count, int length) {
     Entry& entry = table_[code];
     if (entry.offset == kUnwritten) {
         *to = static_cast<unsigned char>(code);
         entry.offset = count;
     } else {
-        copy_string(to, out_ + entry.offset, entry.length, int64_t{room_} - count);
+        copy_string(to, out_ + entry.offset, length, int64_t{room_} - count);
     }
 }
 
@@ -253,25 +271,23 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
                 mask = mask * 2 + 1;
             }
         }
-        unsigned char* to = out + count;
-        // Near the end of the output: grow it when the string does not fit, and write the string
-        // exactly when a 16-byte move would not fit (limit <= capacity).
+        // Near the end of the output: past the capacity the slow path grows it (or keeps what
+        // fits under a cap), and a string is written exactly where a 16-byte move would not fit
+        // (limit <= capacity).
         if (count + entry.length > capacity) {
-            // Grows by (length + 4096) rounded down to a multiple of 4096.
             out_count_ = count;
-            if (!grow(int64_t{count} + entry.length, (entry.length + 4096) & ~4095)) {
+            if (!write_past_capacity(prev, count)) {
                 status = FEED_FAILED;
                 break;
             }
             out = out_;
             capacity = out_capacity_;
             limit = room_ - 16 < capacity ? room_ - 16 : capacity;
-            to = out + count;
-        }
-        if (count + entry.length <= limit && count - entry.offset >= 16 && entry.length <= 16) {
-            std::memcpy(to, out + entry.offset, 16);
+        } else if (count + entry.length <= limit && count - entry.offset >= 16 &&
+                   entry.length <= 16) {
+            std::memcpy(out + count, out + entry.offset, 16);
         } else {
-            write_string(to, prev, count);
+            write_string(out + count, prev, count, entry.length);
         }
         count += entry.length;
         prev = code;
@@ -300,11 +316,11 @@ void qLzwDecoder::finish() {
     const uint32_t clear = clear_code_;
     const uint32_t pending = previous_;
     if (pending == clear || pending >= static_cast<uint32_t>(next_code_)) return;
-    const Entry entry = table_[pending];
-    const int length = entry.length;
-    if (int64_t{out_count_} + length > out_capacity_ && !grow(int64_t{out_count_} + length, 0)) {
-        return;
+    const int length = table_[pending].length;
+    if (int64_t{out_count_} + length > out_capacity_) {
+        if (!write_past_capacity(pending, out_count_)) return;
+    } else {
+        write_string(out_ + out_count_, pending, out_count_, length);
     }
-    write_string(out_ + out_count_, pending, out_count_);
     out_count_ += length;
 }

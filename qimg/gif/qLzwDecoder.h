@@ -29,15 +29,18 @@ public:
 
     // Starts a new image: minimum code size `min_code_size` (the byte before the data), and
     // `expected_size` decoded indices (width x height) for which the output is allocated at
-    // once (4088 bytes when it is 0). Any previous output is released. When the allocation
-    // fails, or the code size is outside 0..11, or expected_size exceeds what an int can count,
-    // there is no output and feed() reports -1.
+    // once (4088 bytes when it is 0); more indices grow it (doubling it). Any previous output is
+    // released. When the allocation fails, or the code size is outside 0..11, or expected_size
+    // exceeds what an int can count, there is no output and feed() reports -1.
     void init(int min_code_size, unsigned int expected_size);
-    // The same, decoding into `capacity` bytes of the caller's memory at `buffer`, which the
-    // decoder does not own and which must stay valid while it decodes. When the data hold more
-    // than `capacity` indices the output moves, whole, to a block of the decoder's own (read
-    // it through output(); `buffer` then holds only what was written before the move). A null
-    // buffer or capacity <= 0 gives no output.
+    // The same, but the output keeps at most `expected_size` indices, allocated at once (an
+    // image's pixels): the indices beyond are still decoded and checked, and counted by
+    // output_size(), but not stored, so data that decode to far more indices than the image
+    // has cost no memory.
+    void init_capped(int min_code_size, unsigned int expected_size);
+    // Like init_capped(), decoding into `capacity` bytes of the caller's memory at `buffer`,
+    // which the decoder does not own and which must stay valid while it decodes. A null buffer
+    // or capacity <= 0 gives no output.
     void init_into(int min_code_size, unsigned char* buffer, int capacity);
 
     // Decodes the bytes of one data sub-block. 1: more data wanted; 0: the end code has been
@@ -51,11 +54,13 @@ public:
     // when it is a valid code. Nothing when the end code was seen.
     void finish();
 
-    // The decoded indices so far (null without output) and their number.
+    // The decoded indices so far (null without output): stored_size() of them are stored,
+    // output_size() were decoded (more than stored only past the cap of a capped output).
     const unsigned char* output() const { return out_; }
     // True when the output is in the caller's buffer given to init_into().
     bool in_caller_buffer() const { return out_ != nullptr && !owned_; }
     int output_size() const { return out_count_; }
+    int stored_size() const { return out_count_ < out_capacity_ ? out_count_ : out_capacity_; }
     // True once the end code has been read.
     bool end_seen() const { return out_ != nullptr && previous_ == clear_code_ + 1u; }
 
@@ -68,8 +73,9 @@ private:
     // The decoding loop; kFinishing runs it on the bits left when the data have ended.
     template <bool kFinishing>
     int decode(const unsigned char* p, const unsigned char* end, int64_t bytes_after);
-    bool grow(int64_t needed, int64_t step);
-    void write_string(unsigned char* to, uint32_t code, int count);
+    bool grow(int64_t needed);
+    bool write_past_capacity(uint32_t code, int count);
+    void write_string(unsigned char* to, uint32_t code, int count, int length);
     // Resets the codes and the table for code size m; false when m is refused.
     bool start(int min_code_size);
     void release();
@@ -90,5 +96,6 @@ private:
     int out_capacity_ = 0;  // bytes the output may hold (the block has kSlack more)
     int room_ = 0;          // bytes writable at out_ (capacity plus any slack)
     bool owned_ = false;    // out_ is the decoder's own block
+    bool capped_ = false;   // indices past the capacity are counted, not stored
     unsigned char* out_ = nullptr;
 };

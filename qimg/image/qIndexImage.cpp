@@ -34,7 +34,8 @@ int qIndexImage::Create_buffer(qSize size, qPixelType type) {
     clear();
     const int bytes = q_buffer_bytes(size.width, size.height, type);
     if (bytes <= 0) return fail(ST_UNSUPPORTED);
-    pixels_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(bytes)));
+    // Zeroed: a large block comes as fresh zero pages, which cost no memory until written.
+    pixels_ = static_cast<unsigned char*>(q_calloc(static_cast<size_t>(bytes), 1));
     if (!pixels_) return fail(ST_NO_MEMORY);
     type_ = type;
     width_ = size.width;

@@ -28,11 +28,11 @@ public:
     qIndexImage(const qIndexImage&) = delete;
     qIndexImage& operator=(const qIndexImage&) = delete;
 
-    // Empties the image (pixels, type, size, colour map, transparent index), then makes an
-    // uninitialised buffer of `size` pixels of `type` (PT_INDEX8 for everything the library
-    // makes). ST_OK; ST_UNSUPPORTED for a type without storage size, a width or height <= 0 or a
-    // buffer above 2^31 - 1 bytes; ST_NO_MEMORY when memory runs out. Empty after a failure. Call
-    // set_colormap next.
+    // Empties the image (pixels, type, size, colour map, transparent index), then makes a
+    // zeroed buffer of `size` pixels of `type` (PT_INDEX8 for everything the library makes);
+    // pages of a large buffer cost no memory until they are written. ST_OK; ST_UNSUPPORTED for a
+    // type without storage size, a width or height <= 0 or a buffer above 2^31 - 1 bytes;
+    // ST_NO_MEMORY when memory runs out. Empty after a failure. Call set_colormap next.
     int Create_buffer(qSize size, qPixelType type);
     // Refers to `colormap` (borrowed) from now on. When 0 <= transparent_index < the map's
     // num_colors() that entry becomes the transparent index; any other value (-1 included)

@@ -5,6 +5,7 @@
 // per-pixel work is one table read per channel.
 #pragma once
 
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 
@@ -22,10 +23,12 @@ constexpr int q_limit_error(int e) {
 }
 
 // Fills table[i + 512] for i = -512..511 with q_limit_error(i * strength rounded half away
-// from zero), computed in double. A strength that is not a number counts as 0; products too
-// large for an int are limited to 240 before any conversion.
+// from zero), computed in double. A strength that is not a number counts as 0 and an infinite
+// one as the largest finite float of its sign (0 x infinity would be NaN); products too large
+// for an int are limited to 240 before any conversion.
 inline void q_fill_error_table(int16_t* table, float strength) {
-    const double s = std::isnan(strength) ? 0.0 : static_cast<double>(strength);
+    double s = std::isnan(strength) ? 0.0 : static_cast<double>(strength);
+    if (std::isinf(s)) s = std::copysign(static_cast<double>(FLT_MAX), s);
     for (int i = -kErrorTableOffset; i < kErrorTableSize - kErrorTableOffset; ++i) {
         const double v = i >= 0 ? i * s + 0.5 : i * s - 0.5;
         int limited;

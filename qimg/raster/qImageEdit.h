@@ -62,6 +62,9 @@ public:
     int map_colors(qRect area, const qImageAlias* source, qPoint source_origin,
                    const qIExColormap* map, bool opaque, qIMonitor* monitor);
     // The same with serpentine error diffusion of colour (and of alpha when alpha_strength > 0).
+    // A strength scales the error passed on (1.0 all of it, 0 none); any strength is accepted:
+    // passed-on errors are limited to 240 whatever the strength, NaN counts as 0, and +-infinity
+    // counts as the largest finite float of its sign (a zero error still passes on nothing).
     // Adds ST_NO_MEMORY when the error rows cannot be allocated.
     int dither_colors(qRect area, const qImageAlias* source, qPoint source_origin,
                       const qIExColormap* map, bool opaque, float color_strength,

@@ -1,10 +1,16 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <climits>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "gif/GifTestKit.h"
+#include "qimg/core/qMonitor.h"
 #include "qimg/gif/qFileR.h"
+#include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qMemoryR.h"
 
 namespace {
@@ -80,6 +86,38 @@ TEST(qFileRTest, ClosedAndMissing) {
     EXPECT_EQ(empty.seek(0, 3), -1);
     qMemoryR null_data(nullptr, 100);
     EXPECT_EQ(null_data.size(), 0);
+}
+
+// Reading from a pipe, whose size and position the stream cannot tell: the position is the
+// bytes read, and progress reports it as its own total, never 0 nor negative.
+TEST(qFileRTest, PipeProgressCountsTheBytesRead) {
+    struct : qIMonitor {
+        bool progress(int done, int total, int, int) override {
+            EXPECT_TRUE(done > last && total == done) << done << " of " << total;
+            return (last = done) > 0;
+        }
+        int last = 0;
+    } monitor;
+    gif_test::GifBuilder builder;
+    builder.header().screen(4, 4, 1).color_table(4);
+    for (int frame = 0; frame < 3; ++frame)
+        builder.descriptor(0, 0, 4, 4).pixels(2, gif_test::Bytes(16, frame), 5);
+    const gif_test::Bytes gif = builder.trailer().bytes();
+    const std::string path = testing::TempDir() + "qimg_file_r_pipe";
+    std::remove(path.c_str());
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    std::thread writer([&] {
+        std::FILE* f = std::fopen(path.c_str(), "wb");
+        std::fwrite(gif.data(), 1, gif.size(), f);
+        std::fclose(f);
+    });
+    qFileR pipe;
+    ASSERT_TRUE(pipe.open(path.c_str()));
+    qGifAnimation animation;
+    EXPECT_EQ(animation.read(&pipe, &monitor), 0);
+    writer.join();
+    EXPECT_EQ(pipe.seek(0, 1), static_cast<int>(gif.size()));
+    std::remove(path.c_str());
 }
 
 }  // namespace

@@ -76,26 +76,34 @@ TEST(qLzwDecoderTest, RoundTripsEncodedStreamsInAnyPieces) {
     }
 }
 
-TEST(qLzwDecoderTest, DecodesIntoCallerMemoryAndMovesWhenItIsFull) {
+// A capped output (caller memory or its own block) keeps the first `capacity` indices and
+// counts the rest; a write past the cap would be caught by the exactly sized buffer.
+TEST(qLzwDecoderTest, CappedOutputKeepsThePixelsAndCountsTheRest) {
     std::mt19937 rng(9);
     for (size_t n : {size_t{60}, size_t{100}, size_t{101}, size_t{5000}}) {
-        SCOPED_TRACE(n);
-        const Bytes input = random_indices(rng, n, 16, 70);
-        const Bytes codes = lzw_encode(input, 4);
-        // Exactly 100 bytes, so a write past them is caught.
-        std::vector<unsigned char> buffer(100, 0xEE);
-        qLzwDecoder decoder;
-        decoder.init_into(4, buffer.data(), 100);
-        for (size_t at = 0; at < codes.size(); at += 255) {
-            const int piece = static_cast<int>(std::min<size_t>(255, codes.size() - at));
-            ASSERT_GE(decoder.feed(codes.data() + at, piece), 0);
-        }
-        decoder.finish();
-        ASSERT_TRUE(decoder.end_seen());
-        EXPECT_EQ(Bytes(decoder.output(), decoder.output() + decoder.output_size()), input);
-        EXPECT_EQ(decoder.in_caller_buffer(), n <= 100);
-        if (decoder.in_caller_buffer()) {
-            EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + static_cast<long>(n)), input);
+        for (bool caller : {true, false}) {
+            SCOPED_TRACE(testing::Message() << n << (caller ? " caller" : " own"));
+            const Bytes input = random_indices(rng, n, 16, 70);
+            const Bytes codes = lzw_encode(input, 4);
+            std::vector<unsigned char> buffer(100, 0xEE);
+            qLzwDecoder decoder;
+            if (caller) {
+                decoder.init_into(4, buffer.data(), 100);
+            } else {
+                decoder.init_capped(4, 100);
+            }
+            for (size_t at = 0; at < codes.size(); at += 255) {
+                const int piece = static_cast<int>(std::min<size_t>(255, codes.size() - at));
+                ASSERT_GE(decoder.feed(codes.data() + at, piece), 0);
+            }
+            decoder.finish();
+            ASSERT_TRUE(decoder.end_seen());
+            EXPECT_EQ(decoder.in_caller_buffer(), caller);
+            EXPECT_EQ(decoder.output_size(), static_cast<int>(n));
+            const long stored = static_cast<long>(std::min<size_t>(n, 100));
+            ASSERT_EQ(decoder.stored_size(), stored);
+            EXPECT_EQ(Bytes(decoder.output(), decoder.output() + stored),
+                      Bytes(input.begin(), input.begin() + stored));
         }
     }
     qLzwDecoder none;
@@ -288,25 +296,23 @@ TEST(qLzwDecoderTest, ZeroCodeSizeDecodesByTheSameRules) {
 #ifdef QIMG_TEST_HOOKS
 TEST(qLzwDecoderTest, AllocationFailuresAreReported) {
     std::mt19937 rng(5);
-    const Bytes input = random_indices(rng, 3000, 4, 80);
+    const Bytes input = random_indices(rng, 100000, 4, 80);
     const Bytes codes = lzw_encode(input, 2);
-    // The first allocation is the output block: without it, feed() fails.
-    qimg_fail_allocation(1);
-    qLzwDecoder decoder;
-    decoder.init(2, 10);
-    EXPECT_EQ(decoder.feed(codes.data(), static_cast<int>(codes.size())), -1);
-    // A growth that fails ends the decoding with -1 as well.
-    qimg_fail_allocation(2);
-    qLzwDecoder small;
-    small.init(2, 10);
-    EXPECT_EQ(small.feed(codes.data(), static_cast<int>(codes.size())), -1);
-    // So does the move out of caller memory that is too small.
-    unsigned char buffer[10];
-    qimg_fail_allocation(1);
-    qLzwDecoder caller;
-    caller.init_into(2, buffer, 10);
-    EXPECT_EQ(caller.feed(codes.data(), static_cast<int>(codes.size())), -1);
-    EXPECT_TRUE(caller.in_caller_buffer());
+    // The first allocation is the output block, the others its growths: any failure ends the
+    // decoding with -1, and doubling keeps them few.
+    const auto allocations = [&] {
+        qLzwDecoder decoder;
+        decoder.init(2, 10);
+        return decoder.feed(codes.data(), static_cast<int>(codes.size()));
+    };
+    qimg_fail_allocation(0);
+    ASSERT_GE(allocations(), 0);
+    const long count = qimg_allocation_count();
+    EXPECT_LE(count, 20);  // steps of 4 KiB would take 25
+    for (long n = 1; n <= count; ++n) {
+        qimg_fail_allocation(n);
+        EXPECT_EQ(allocations(), -1) << n;
+    }
     qimg_fail_allocation(0);
 }
 #endif

@@ -16,7 +16,9 @@
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qGifColormap.h"
 #include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifEncoder.h"
+#include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qGifWriter.h"
 #include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qDirectImage.h"
@@ -215,6 +217,41 @@ TEST(AllocationSweep, SetAndCloneOfAnimations) {
         }
         EXPECT_EQ(render(source), reference);
     }
+}
+
+// clone() of every kind of component, and the control record a GIF frame makes for
+// set_ex_transparent: null (or false, with the frame left opaque) at every failure.
+TEST(AllocationSweep, ClonesAndTransparencyRecord) {
+    qImageProxy gif;
+    ASSERT_EQ(read_bytes(gif, read_corpus("pil-anim-local-tables.gif")), 0);
+    qImageProxy direct;
+    fill_with_direct(direct);
+    qImageProxy reduced;
+    fill_with_direct(reduced);
+    ASSERT_EQ(reduced.quantize_colors(4, CM_ADAPTIVE, QT_NEAREST, true, 1, 0, 1, nullptr), 0);
+    auto* gif_frame = dynamic_cast<qGifAnimation*>(gif.animation())->frame(0);
+    const qIComponent* components[] = {gif_frame, gif.current_leaf(), direct.current_leaf(),
+                                       reduced.current_leaf()};
+    for (const qIComponent* component : components) {
+        const long allocations = count_allocations([&] { delete component->clone(); });
+        ASSERT_GT(allocations, 0);
+        for (long n = 1; n <= allocations; ++n) {
+            FailAllocation fail(n);
+            EXPECT_EQ(component->clone(), nullptr) << n;
+        }
+    }
+    qImageProxy old_style;  // GIF87a: a frame without control record, which the edit makes
+    ASSERT_EQ(read_bytes(old_style, read_corpus("im-gif87a.gif")), 0);
+    qGifFrame* plain = dynamic_cast<qGifAnimation*>(old_style.animation())->frame(0);
+    ASSERT_EQ(plain->control(), nullptr);
+    {
+        FailAllocation fail(1);
+        EXPECT_FALSE(plain->set_ex_transparent(1));
+    }
+    EXPECT_EQ(plain->control(), nullptr);
+    EXPECT_TRUE(plain->set_ex_transparent(1));
+    ASSERT_NE(plain->control(), nullptr);
+    EXPECT_EQ(plain->control()->transparent, 1);
 }
 
 // Palettes from the quantizer front: each step swept on its own.

@@ -3,7 +3,10 @@
 // mapping views).
 #include <gtest/gtest.h>
 
+#include <cfloat>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <random>
 #include <vector>
@@ -165,6 +168,31 @@ TEST(qFrameDecoratorColorTest, GivenMapIsCopied) {
     ASSERT_EQ(frame.Draw(&view, qRect(0, 0, 20, 30), qPoint(), 1.0f, 1.0f, false), 0);
     EXPECT_EQ(canvas[20 * 20 + 10], rgba(0, 0, 0));  // (0, 0): dark corner
     EXPECT_EQ(canvas[23 * 20 + 14], rgba(7, 7, 7));  // centre of the hole stays untouched
+}
+
+// Non-finite strengths give the indices of their finite stand-ins (NaN: 0, infinities: the
+// largest floats of their signs), through quantize_colors, map_from_image and dither_colors.
+TEST(qFrameDecoratorColorTest, NonFiniteStrengthsTakeTheirFiniteStandIns) {
+    const BgraImage picture = test_picture(9, 7, true);
+    const float inf = std::numeric_limits<float>::infinity();
+    const std::pair<float, float> cases[] = {
+        {inf,           FLT_MAX },
+        {-inf,          -FLT_MAX},
+        {std::nanf(""), 0.0f    }
+    };
+    for (const auto& [given, taken] : cases) {
+        std::vector<int> indices[2];
+        for (int k = 0; k < 2; ++k) {
+            const float s = k == 0 ? given : taken;
+            qFrameDecorator frame;
+            ASSERT_EQ(frame.attach(direct_copy(picture), qPoint()), 0);
+            ASSERT_EQ(frame.quantize_colors(8, CM_ADAPTIVE, QT_DIFFUSION, false, s, s, 1, nullptr),
+                      0);
+            for (int y = 0; y < 7; ++y)
+                for (int x = 0; x < 9; ++x) indices[k].push_back(frame.pixel_index(qPoint(x, y)));
+        }
+        EXPECT_EQ(indices[0], indices[1]) << given;
+    }
 }
 
 // An indexed leaf is read through its own palette; its transparent index, stored apart from an
