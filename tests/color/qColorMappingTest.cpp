@@ -65,31 +65,6 @@ BgraImage random_image(std::mt19937& rng, int width, int height, bool random_alp
 
 // ---- error tables ------------------------------------------------------------------------------
 
-TEST(qDitherTest, ErrorTableValues) {
-    struct Case {
-        float strength;
-        int error;
-        int entry;
-    };
-    // clang-format off
-    const Case cases[] = {
-        {1.0f, 200, 180}, {1.0f, -400, -240}, {1.0f, 160, 160}, {1.0f, 161, 160},
-        {1.0f, 319, 239}, {1.0f, 320, 240},   {1.0f, -511, -240}, {1.0f, 0, 0},
-        {0.5f, 3, 2},     {0.5f, -3, -2},     {0.5f, 1, 1},       {0.0f, 400, 0},
-        {1e30f, 1, 240},  {-1e30f, 1, -240},  {1e30f, -2, -240},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.strength << " at " << c.error);
-        int16_t table[kErrorTableSize];
-        q_fill_error_table(table, c.strength);
-        EXPECT_EQ(table[c.error + kErrorTableOffset], c.entry);
-    }
-    int16_t table[kErrorTableSize];
-    q_fill_error_table(table, std::numeric_limits<float>::quiet_NaN());
-    for (int16_t entry : table) ASSERT_EQ(entry, 0);
-}
-
 // ---- worked examples ---------------------------------------------------------------------------
 
 TEST(qDitherTest, ExactColoursPassNoError) {
@@ -104,64 +79,6 @@ TEST(qDitherTest, ExactColoursPassNoError) {
     for (int y = 0; y < 9; ++y)
         for (int x = 0; x < 13; ++x)
             EXPECT_EQ(got.indices[static_cast<size_t>(y * 13 + x)], image.at(x, y).red ? 1 : 0);
-}
-
-TEST(qDitherTest, MidGreyAlternatesUnderFullDiffusion) {
-    const BgraImage image(10, 6, rgba(128, 128, 128));
-    const qSafeColormap bw = palette_of({rgba(0, 0, 0), rgba(255, 255, 255)});
-    const Mapped got = map_image(image, bw, Mapper::kDiffusion, true, 1.0f);
-    ASSERT_EQ(got.status, 0);
-    EXPECT_EQ(got.indices[0], 1);  // 128 is nearer to white
-    for (int y = 0; y < 6; ++y) {
-        SCOPED_TRACE(y);
-        for (int x = 1; x < 10; ++x)
-            EXPECT_NE(got.indices[static_cast<size_t>(y * 10 + x)],
-                      got.indices[static_cast<size_t>(y * 10 + x - 1)])
-                << x;
-    }
-}
-
-TEST(qDitherTest, DiffusedAlphaRows) {
-    // Colour equal to the opaque entry, so only the alpha error travels.
-    const qSafeColormap map = palette_of({rgba(40, 80, 120), rgba(255, 255, 255, 0)});
-    {
-        SCOPED_TRACE("alpha 128: desired 128, 65, 160, 81, 168, ...");
-        const Mapped got = map_image(BgraImage(12, 1, rgba(40, 80, 120, 128)), map,
-                                     Mapper::kDiffusion, false, 1.0f, 1.0f);
-        ASSERT_EQ(got.status, 0);
-        for (int x = 0; x < 12; ++x) EXPECT_EQ(got.indices[static_cast<size_t>(x)], x % 2) << x;
-    }
-    {
-        SCOPED_TRACE("alpha 64: desired 64, 96, 112, 120, ..., never 128");
-        const Mapped got = map_image(BgraImage(24, 1, rgba(40, 80, 120, 64)), map,
-                                     Mapper::kDiffusion, false, 1.0f, 1.0f);
-        ASSERT_EQ(got.status, 0);
-        for (int x = 0; x < 24; ++x) EXPECT_EQ(got.indices[static_cast<size_t>(x)], 1) << x;
-    }
-}
-
-TEST(qDitherTest, TwoLevelAlphaAndTransparentPixels) {
-    BgraImage image(4, 1, rgba(200, 10, 10, 1));
-    image.at(1, 0).alpha = 0;
-    image.at(3, 0).alpha = 0;
-    const qSafeColormap with_t =
-        palette_of({rgba(0, 0, 0), rgba(255, 255, 255, 0), rgba(200, 10, 10)});
-    for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
-        SCOPED_TRACE(mapper == Mapper::kNearest ? "nearest" : "diffusion");
-        const Mapped got = map_image(image, with_t, mapper, false, 1.0f, 0.0f);
-        ASSERT_EQ(got.status, 0);
-        EXPECT_EQ(got.indices, (std::vector<unsigned char>{2, 1, 2, 1}));
-        // Opaque: alpha ignored, every pixel a colour.
-        EXPECT_EQ(map_image(image, with_t, mapper, true).indices,
-                  (std::vector<unsigned char>{2, 2, 2, 2}));
-        // No transparent entry: the first alpha-0 pixel fails, the one before it stays.
-        const qSafeColormap opaque_only = palette_of({rgba(0, 0, 0), rgba(200, 10, 10)});
-        const Mapped failed = map_image(image, opaque_only, mapper, false);
-        EXPECT_EQ(failed.status, -10);
-        EXPECT_EQ(failed.indices[0], 1);
-        EXPECT_EQ(failed.indices[2], 0xEE);
-        EXPECT_EQ(map_image(image, opaque_only, mapper, true).status, 0);
-    }
 }
 
 // ---- properties
@@ -213,28 +130,6 @@ TEST(qColorMappingTest, IndicesStayInsideThePalette) {
                     }
                 }
             }
-        }
-    }
-}
-
-TEST(qColorMappingTest, NoStrengthMeansNearestColour) {
-    std::mt19937 rng(6);
-    std::vector<qPixRA> colours;
-    for (int i = 0; i < 40; ++i) colours.push_back(qtest::random_colour(rng, i == 3 ? 0 : 255));
-    const qSafeColormap map = palette_of(colours);
-    const BgraImage image = random_image(rng, 29, 13, true);
-    for (bool opaque : {false, true}) {
-        SCOPED_TRACE(opaque);
-        const Mapped nearest = map_image(image, map, Mapper::kNearest, opaque);
-        const Mapped dithered = map_image(image, map, Mapper::kDiffusion, opaque, 0.0f, 0.0f);
-        ASSERT_EQ(nearest.status, 0);
-        ASSERT_EQ(dithered.status, 0);
-        EXPECT_EQ(nearest.indices, dithered.indices);
-        for (size_t i = 0; i < nearest.indices.size(); ++i) {
-            const qPixRA p = image.at(static_cast<int>(i % 29), static_cast<int>(i / 29));
-            const int expected =
-                !opaque && p.alpha == 0 ? 3 : qtest::cache_nearest(map, p.red, p.green, p.blue);
-            ASSERT_EQ(nearest.indices[i], expected) << i;
         }
     }
 }
@@ -338,31 +233,6 @@ TEST(qDitherTest, MatchesAStraightforwardReference) {
     }
 }
 
-TEST(qColorMappingTest, IndexedSourcesAreReadThroughTheirPaletteCopy) {
-    std::mt19937 rng(9);
-    const qSafeColormap palette = palette_of(
-        {rgba(0, 0, 0), rgba(250, 0, 0), rgba(0, 250, 0), rgba(0, 0, 250, 0), rgba(250, 250, 250)});
-    qtest::IndexImage image(9, 7, &palette);
-    for (int y = 0; y < 7; ++y)
-        for (int x = 0; x < 9; ++x) image.at(x, y) = static_cast<unsigned char>(rng() % 5);
-    for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
-        SCOPED_TRACE(mapper == Mapper::kNearest ? "nearest" : "diffusion");
-        // Mapped to its own palette, every index comes back (index 3 is the transparent one).
-        const Mapped same = map_image(image, palette, mapper, false);
-        ASSERT_EQ(same.status, 0);
-        EXPECT_EQ(same.indices, image.pixels());
-        // Opaque to a palette without the blue: index 3 takes its colour's nearest, black.
-        const qSafeColormap four =
-            palette_of({rgba(0, 0, 0), rgba(250, 0, 0), rgba(0, 250, 0), rgba(250, 250, 250)});
-        const Mapped opaque = map_image(image, four, Mapper::kNearest, true);
-        ASSERT_EQ(opaque.status, 0);
-        for (size_t i = 0; i < opaque.indices.size(); ++i) {
-            const int expected[5] = {0, 1, 2, 0, 3};
-            ASSERT_EQ(opaque.indices[i], expected[image.pixels()[i]]) << i;
-        }
-    }
-}
-
 class StopAfter : public qIMonitor {
 public:
     explicit StopAfter(int rows) : rows_(rows) {}
@@ -376,94 +246,7 @@ private:
     int rows_;
 };
 
-TEST(qColorMappingTest, MonitorHearsEveryRowAndCanStop) {
-    const BgraImage image(5, 4, rgba(9, 9, 9));
-    const qSafeColormap map = palette_of({rgba(0, 0, 0)});
-    for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
-        StopAfter all(100);
-        EXPECT_EQ(map_image(image, map, mapper, true, 1, 0, &all).status, 0);
-        EXPECT_EQ(all.calls, (std::vector<std::vector<int>>{
-                                 {1, 4, 0, 1},
-                                 {2, 4, 0, 1},
-                                 {3, 4, 0, 1},
-                                 {4, 4, 0, 1}
-        }));
-        StopAfter two(2);
-        const Mapped stopped = map_image(image, map, mapper, true, 1, 0, &two);
-        EXPECT_EQ(stopped.status, 1);
-        EXPECT_EQ(stopped.indices[9], 0);      // row 1 done
-        EXPECT_EQ(stopped.indices[10], 0xEE);  // row 2 never started
-    }
-}
-
-TEST(qColorMappingTest, BadArgumentsWriteNothing) {
-    std::vector<unsigned char> indices(16, 0xEE), bgra(64, 7), small(12 * 4, 7);
-    const qSafeColormap palette = palette_of({rgba(0, 0, 0)});
-    qGifColormap map;
-    map.attach(&palette);
-    qImageEdit dst, dst32;
-    ASSERT_EQ(dst.Bind(indices.data(), qSize(4, 4), 4, PT_INDEX8), 0);
-    ASSERT_EQ(dst32.Bind(bgra.data(), qSize(4, 4), 16, PT_BGRA32), 0);
-    qImageAlias src, src24, raw_index, short_src;
-    ASSERT_EQ(src.Bind(bgra.data(), qSize(4, 4), 16, PT_BGRA32), 0);
-    ASSERT_EQ(src24.Bind(bgra.data(), qSize(4, 4), 16, PT_BGR24), 0);
-    ASSERT_EQ(raw_index.Bind(indices.data(), qSize(4, 4), 4, PT_INDEX8), 0);  // no palette copy
-    ASSERT_EQ(short_src.Bind(small.data(), qSize(4, 3), 16, PT_BGRA32), 0);
-    const qRect all(0, 0, 4, 4);
-    struct Case {
-        const char* name;
-        qImageEdit* dst;
-        const qImageAlias* src;
-        const qIExColormap* map;
-        qPoint origin;
-        int status;
-    };
-    // clang-format off
-    const Case cases[] = {
-        {"null source", &dst, nullptr, &map, qPoint(), -5},
-        {"null map", &dst, &src, nullptr, qPoint(), -5},
-        {"true-colour destination", &dst32, &src, &map, qPoint(), -6},
-        {"24-bit source", &dst, &src24, &map, qPoint(), -6},
-        {"indexed source without palette", &dst, &raw_index, &map, qPoint(), -5},
-        {"source one row short", &dst, &short_src, &map, qPoint(), -5},
-        {"origin pushes past the source", &dst, &src, &map, qPoint(1, 0), -5},
-        {"negative origin", &dst, &src, &map, qPoint(-1, 0), -5},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(c.dst->map_colors(all, c.src, c.origin, c.map, true, nullptr), c.status);
-        EXPECT_EQ(c.dst->dither_colors(all, c.src, c.origin, c.map, true, 1, 1, nullptr), c.status);
-        EXPECT_EQ(indices, std::vector<unsigned char>(16, 0xEE));
-    }
-    // An area outside the view: nothing to do for the plain mapper, no error rows for dithering.
-    EXPECT_EQ(dst.map_colors(qRect(10, 10, 4, 4), &src, qPoint(), &map, true, nullptr), 0);
-    EXPECT_EQ(dst.dither_colors(qRect(10, 10, 4, 4), &src, qPoint(), &map, true, 1, 1, nullptr),
-              -1);
-    // An area hanging off the left edge: its visible columns read the source from column 2 on.
-    EXPECT_EQ(dst.map_colors(qRect(-2, 1, 4, 2), &src, qPoint(2, 0), &map, true, nullptr), -5);
-    EXPECT_EQ(dst.map_colors(qRect(-2, 1, 4, 2), &src, qPoint(0, 0), &map, true, nullptr), 0);
-    EXPECT_EQ(indices, (std::vector<unsigned char>{0xEE, 0xEE, 0xEE, 0xEE, 0, 0, 0xEE, 0xEE, 0, 0,
-                                                   0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE}));
-}
-
 #ifdef QIMG_ALLOCATION_HOOK
-TEST(qDitherTest, ErrorRowAllocationFailure) {
-    std::vector<unsigned char> indices(4, 0xEE), bgra(16, 9);
-    const qSafeColormap palette = palette_of({rgba(0, 0, 0)});
-    qGifColormap map;
-    map.attach(&palette);
-    qImageEdit dst;
-    qImageAlias src;
-    ASSERT_EQ(dst.Bind(indices.data(), qSize(2, 2), 2, PT_INDEX8), 0);
-    ASSERT_EQ(src.Bind(bgra.data(), qSize(2, 2), 8, PT_BGRA32), 0);
-    qimg_fail_allocation(1);
-    EXPECT_EQ(dst.dither_colors(qRect(0, 0, 2, 2), &src, qPoint(), &map, true, 1, 0, nullptr), -1);
-    qimg_fail_allocation(0);
-    EXPECT_EQ(indices, std::vector<unsigned char>(4, 0xEE));
-    EXPECT_EQ(dst.dither_colors(qRect(0, 0, 2, 2), &src, qPoint(), &map, true, 1, 0, nullptr), 0);
-    EXPECT_EQ(indices, std::vector<unsigned char>(4, 0));
-}
 #endif
 
 }  // namespace

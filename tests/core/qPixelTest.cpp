@@ -50,16 +50,6 @@ TEST(qPixelTest, RowBytesFollowsTheStrideRuleForEveryType) {
     }
 }
 
-TEST(qPixelTest, RowBytesExamples) {
-    EXPECT_EQ(row_bytes(1, PT_BGRA32), 4);
-    EXPECT_EQ(row_bytes(10, PT_BGR24), 32);
-    EXPECT_EQ(row_bytes(3, PT_GRAY8), 4);
-    EXPECT_EQ(row_bytes(3, PT_GRAY_ALPHA16), 8);
-    EXPECT_EQ(row_bytes(0, PT_GRAY8), -1);
-    EXPECT_EQ(row_bytes(-4, PT_GRAY8), -1);
-    EXPECT_EQ(row_bytes(5, static_cast<qPixelType>(9)), -1);
-}
-
 TEST(qPixelTest, RowBytesRefusesStridesBeyond32Bits) {
     // 536870911 pixels of 32 bits take 2147483644 bytes: the last stride that fits.
     EXPECT_EQ(row_bytes(536870911, PT_BGRA32), 2147483644);
@@ -82,18 +72,6 @@ TEST(qPixelTest, BufferBytesRefusesProductsBeyond31Bits) {
     // 65535 x 32768 of 8 bits: stride 65536, product exactly 2^31, one too many.
     EXPECT_EQ(q_buffer_bytes(65535, 32768, PT_INDEX8), -1);
     EXPECT_EQ(q_buffer_bytes(65535, 32767, PT_INDEX8), 65536 * 32767);
-}
-
-TEST(qPixelTest, PixRAMemoryOrderIsBlueGreenRedAlpha) {
-    const unsigned char bytes[4] = {16, 32, 48, 255};
-    qPixRA colour;
-    static_assert(sizeof colour == sizeof bytes);
-    std::memcpy(&colour, bytes, sizeof bytes);
-    EXPECT_EQ(colour.red, 48);
-    EXPECT_EQ(colour.green, 32);
-    EXPECT_EQ(colour.blue, 16);
-    EXPECT_EQ(colour.alpha, 255);
-    EXPECT_EQ(colour, (qPixRA{16, 32, 48, 255}));
 }
 
 }  // namespace

@@ -174,41 +174,5 @@ private:
     int stop_at_;
 };
 
-TEST(qFrameComposerTest, BadArgumentsAndCancel) {
-    const Bytes file = read_file(std::filesystem::path(QIMG_GIF_CORPUS) /
-                                 "../../../examples/data/qimg-sample.gif");
-    qMemoryR source(file.data(), static_cast<int>(file.size()));
-    qImageProxy proxy;
-    ASSERT_EQ(proxy.read_gif(&source, nullptr), 0);
-    Bytes pixels(96 * 64 * 4), grey(96 * 64);
-    qImageEdit canvas, grey_canvas;
-    canvas.Bind(pixels.data(), qSize(96, 64), 96 * 4, PT_BGRA32);
-    grey_canvas.Bind(grey.data(), qSize(96, 64), 96, PT_GRAY8);
-
-    qFrameComposer composer;
-    EXPECT_EQ(composer.compose_to(0, nullptr), -5);  // no begin()
-    EXPECT_EQ(composer.begin(nullptr, &canvas), -5);
-    EXPECT_EQ(composer.begin(proxy.animation(), nullptr), -5);
-    EXPECT_EQ(composer.begin(proxy.animation(), &grey_canvas), -6);
-    ASSERT_EQ(composer.begin(proxy.animation(), &canvas), 0);
-    EXPECT_EQ(composer.compose_to(5, nullptr), -5);
-    EXPECT_EQ(composer.compose_to(-1, nullptr), -5);
-
-    CountingMonitor stop_after_two(2);
-    EXPECT_EQ(composer.compose_to(4, &stop_after_two), 1);
-    EXPECT_EQ(composer.composed_frame(), 1);
-    EXPECT_EQ(stop_after_two.calls, (std::vector<std::pair<int, int>>{
-                                        {1, 5},
-                                        {2, 5}
-    }));
-    CountingMonitor never(-1);
-    EXPECT_EQ(composer.compose_to(4, &never), 0);  // continues from frame 1
-    EXPECT_EQ(never.calls, (std::vector<std::pair<int, int>>{
-                               {1, 3},
-                               {2, 3},
-                               {3, 3}
-    }));
-}
-
 }  // namespace
 #endif

@@ -73,25 +73,6 @@ TEST(qGifColormapTest, EveryCellFollowsThePruningAndSearchRule) {
     }
 }
 
-TEST(qGifColormapTest, WorkedExamples) {
-    qSafeColormap bw;
-    bw.set_color(0, rgba(0, 0, 0));
-    bw.set_color(1, rgba(255, 255, 255));
-    qGifColormap cache;
-    cache.attach(&bw);
-    EXPECT_EQ(cache.nearest_index(0, 0, 0), 0);
-    EXPECT_EQ(cache.nearest_index(255, 255, 255), 1);
-    EXPECT_EQ(cache.nearest_index(128, 128, 128), 1);  // cell centre 132 is nearer to white
-    EXPECT_EQ(cache.nearest_index(120, 120, 120), 0);
-
-    // The plain questions are the wrapped map's.
-    EXPECT_EQ(cache.num_colors(), 2);
-    EXPECT_EQ(cache.colors(), bw.colors());
-    EXPECT_EQ(cache.get_color(1), bw.get_color(1));
-    EXPECT_TRUE(cache.valid_index(1));
-    EXPECT_FALSE(cache.valid_index(2));
-}
-
 TEST(qGifColormapTest, MapColorSendsLowAlphaToTheTransparentEntry) {
     qSafeColormap map;
     map.set_color(0, rgba(255, 0, 0));
@@ -111,39 +92,6 @@ TEST(qGifColormapTest, MapColorSendsLowAlphaToTheTransparentEntry) {
     cache.attach(&opaque);
     EXPECT_EQ(cache.map_color(1, 2, 3, 0), -1);  // nothing to give a transparent pixel
     EXPECT_EQ(cache.map_color(1, 2, 3, 200), 0);
-}
-
-TEST(qGifColormapTest, AttachForgetsTheOldAnswers) {
-    qSafeColormap first, second;
-    first.set_color(0, rgba(0, 0, 0));
-    first.set_color(1, rgba(255, 255, 255));
-    second.set_color(0, rgba(255, 255, 255));
-    second.set_color(1, rgba(0, 0, 0));
-    qGifColormap cache;
-    cache.attach(&first);
-    ASSERT_EQ(cache.nearest_index(250, 250, 250), 1);
-    cache.attach(&second);
-    EXPECT_EQ(cache.nearest_index(250, 250, 250), 0);
-}
-
-TEST(qGifColormapTest, EmptyOrDetachedMapsGiveNoIndex) {
-    qGifColormap cache;
-    EXPECT_EQ(cache.nearest_index(1, 2, 3), -1);
-    EXPECT_EQ(cache.map_color(1, 2, 3, 255), -1);
-    EXPECT_EQ(cache.map_color(1, 2, 3, 0), -1);
-    EXPECT_EQ(cache.num_colors(), 0);
-    EXPECT_EQ(cache.colors(), nullptr);
-    EXPECT_EQ(cache.get_color(0), q_zero_color);
-
-    qSafeColormap empty;
-    cache.attach(&empty);
-    EXPECT_EQ(cache.nearest_index(1, 2, 3), -1);
-    // Entries added later are seen once the cache is attached again.
-    empty.set_color(0, rgba(9, 9, 9));
-    cache.attach(&empty);
-    EXPECT_EQ(cache.nearest_index(1, 2, 3), 0);
-    cache.clear();
-    EXPECT_EQ(cache.nearest_index(1, 2, 3), -1);
 }
 
 }  // namespace

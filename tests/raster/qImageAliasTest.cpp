@@ -86,24 +86,6 @@ TEST(qImageAliasTest, ColumnOffsetIsBitsTimesColumnOverEight) {
     }
 }
 
-TEST(qImageAliasTest, RawBindingResults) {
-    unsigned char memory[16] = {};
-    qImageEdit view;
-    // Height 0 binds but the view is not valid.
-    EXPECT_EQ(view.Bind(memory, qSize(10, 0), 40, PT_BGRA32), 0);
-    EXPECT_FALSE(view.valid());
-    EXPECT_EQ(view.pixel_address(0, 0), nullptr);
-    // A negative height cannot have a row table.
-    EXPECT_EQ(view.Bind(memory, qSize(2, -1), 8, PT_BGRA32), -1);
-    EXPECT_FALSE(view.valid());
-    EXPECT_EQ(view.size(), qSize(0, 0));
-    // Null memory on a bound view: -5 and unbound afterwards.
-    ASSERT_EQ(view.Bind(memory, qSize(2, 2), 8, PT_BGRA32), 0);
-    EXPECT_EQ(view.Bind(nullptr, qSize(2, 2), 8, PT_BGRA32), -5);
-    EXPECT_FALSE(view.valid());
-    EXPECT_EQ(view.pixel_type(), 0);
-}
-
 class IndexedBindingTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -142,60 +124,7 @@ TEST_F(IndexedBindingTest, OwnTransparentIndexWins) {
     EXPECT_EQ(view.colormap()->get_color(2).alpha, 0);
 }
 
-TEST_F(IndexedBindingTest, OversizedPaletteKeepsPixelsButReportsMinusOne) {
-    class BigMap : public qIColormap {
-    public:
-        void clear() override {}
-        bool valid_index(int i) const override { return i >= 0 && i < 300; }
-        int num_colors() const override { return 300; }
-        const qPixRA* colors() const override { return nullptr; }
-        qPixRA get_color(int) const override { return qPixRA{1, 1, 1, 255}; }
-    } big;
-    const FakeIndexImage image(qSize(3, 2), &big, -1);
-    qImageAlias view;
-    EXPECT_EQ(view.Bind(&image), -1);
-    EXPECT_TRUE(view.valid());
-    ASSERT_NE(view.colormap(), nullptr);
-    EXPECT_EQ(view.colormap()->num_colors(), 0);
-    EXPECT_FALSE(view.colormap()->valid_index(0));
-}
-
-TEST_F(IndexedBindingTest, RebindingToRawMemoryDropsThePaletteCopy) {
-    const FakeIndexImage image(qSize(3, 2), &palette_, -1);
-    unsigned char memory[8] = {};
-    qImageEdit view;
-    ASSERT_EQ(view.Bind(const_cast<FakeIndexImage*>(&image)), 0);
-    ASSERT_NE(view.colormap(), nullptr);
-    ASSERT_EQ(view.Bind(memory, qSize(2, 2), 4, PT_INDEX8), 0);
-    EXPECT_EQ(view.colormap(), nullptr);
-}
-
-TEST(qImageAliasTest, BufferBindingRefusesNullAndHollowBuffers) {
-    qImageAlias view;
-    EXPECT_EQ(view.Bind(static_cast<const qIImageBuffer*>(nullptr)), -5);
-    const HollowBuffer hollow;
-    EXPECT_EQ(view.Bind(&hollow), -5);
-    EXPECT_FALSE(view.valid());
-}
-
 #ifdef QIMG_ALLOCATION_HOOK
-TEST(qImageAliasTest, FailedAllocationsLeaveTheViewInTheSpecifiedState) {
-    unsigned char memory[16] = {};
-    qImageAlias view;
-    qimg_fail_allocation(1);  // the row table
-    EXPECT_EQ(view.Bind(memory, qSize(2, 2), 8, PT_BGRA32), -1);
-    EXPECT_FALSE(view.valid());
-
-    qColormap palette;
-    ASSERT_EQ(palette.create(2), 0);
-    const FakeIndexImage image(qSize(2, 2), &palette, -1);
-    qimg_fail_allocation(2);  // the palette copy, after the row table
-    EXPECT_EQ(view.Bind(&image), -1);
-    EXPECT_TRUE(view.valid());  // the pixels stay bound
-    EXPECT_EQ(view.colormap(), nullptr);
-    qimg_fail_allocation(0);
-    EXPECT_EQ(view.Bind(&image), 0);
-}
 #endif
 
 }  // namespace

@@ -15,30 +15,6 @@ namespace {
 using qref::CountingMonitor;
 using qref::Image;
 
-// A grey source whose pixel (r, c) holds 16 r + c, so a sampled value names its position.
-Image numbered_source(int width, int height) {
-    Image src(PT_GRAY8, width, height);
-    for (int r = 0; r < height; ++r)
-        for (int c = 0; c < width; ++c) src.pixel(r, c)[0] = static_cast<unsigned char>(16 * r + c);
-    return src;
-}
-
-// The blue byte of every destination pixel, row by row; 0xEE where nothing was drawn.
-std::vector<std::vector<int>> sampled(Image& src, int dst_width, int dst_height, qRect rect,
-                                      qPoint pos, float sx, float sy, int* status) {
-    Image dst(PT_BGRA32, dst_width, dst_height);
-    for (int r = 0; r < dst_height; ++r) std::memset(dst.row(r), 0xEE, dst.row_bytes());
-    std::unique_ptr<qIImageBuffer> hs, hd;
-    qImageEdit from, to;
-    qref::bind(from, src, hs);
-    qref::bind(to, dst, hd);
-    *status = to.ScaledBlt(rect, &from, pos, sx, sy, 1, BLT_COPY, 255, nullptr);
-    std::vector<std::vector<int>> out(static_cast<size_t>(dst_height));
-    for (int r = 0; r < dst_height; ++r)
-        for (int c = 0; c < dst_width; ++c) out[r].push_back(dst.pixel(r, c)[0]);
-    return out;
-}
-
 struct SampleCase {
     const char* name;
     int src_w, src_h, dst_w, dst_h;
@@ -48,108 +24,7 @@ struct SampleCase {
     std::vector<std::vector<int>> expected;
 };
 
-TEST(qScaledBltTest, NearestNeighbourExamples) {
-    const int E = 0xEE;
-    const SampleCase cases[] = {
-        {                                "2x2 doubled",
-         2, 2,
-         4, 4,
-         qRect(0, 0,  4, 4),
-         qPoint(0, 0),
-         2.0f, 2.0f,
-         {{0, 0, 1, 1}, {0, 0, 1, 1}, {16, 16, 17, 17}, {16, 16, 17, 17}}},
-        {                                 "4x4 halved",
-         4, 4,
-         2, 2,
-         qRect(0, 0,  2, 2),
-         qPoint(0, 0),
-         0.5f, 0.5f,
-         {{17, 19}, {49, 51}}                                            },
-        {                     "tripled into 3 columns",
-         4, 1,
-         3, 1,
-         qRect(0, 0,  3, 1),
-         qPoint(0, 0),
-         3.0f, 1.5f,
-         {{0, 0, 0}}                                                     },
-        {            "negative position cuts the left",
-         4, 1,
-         6, 1,
-         qRect(0, 0,  6, 1),
-         qPoint(-2, 0),
-         2.0f, 2.0f,
-         {{E, E, 0, 0, 1, 1}}                                            },
-        {"past the right edge of the magnified source",
-         10, 1,
-         12, 1,
-         qRect(0, 0, 10, 1),
-         qPoint(15, 0),
-         2.0f, 2.0f,
-         {{7, 8, 8, 9, 9, 9, E, E, E, E, E, E}}                          },
-    };
-    for (const SampleCase& c : cases) {
-        SCOPED_TRACE(c.name);
-        Image src = numbered_source(c.src_w, c.src_h);
-        int status = 99;
-        EXPECT_EQ(sampled(src, c.dst_w, c.dst_h, c.rect, c.pos, c.sx, c.sy, &status), c.expected);
-        EXPECT_EQ(status, 0);
-    }
-}
-
-TEST(qScaledBltTest, StatusCodes) {
-    std::vector<unsigned char> s(64, 9), d(64, 1);
-    qImageEdit src, dst, indexed;
-    src.Bind(s.data(), qSize(4, 4), 16, PT_BGRA32);
-    dst.Bind(d.data(), qSize(4, 4), 16, PT_BGRA32);
-    indexed.Bind(d.data(), qSize(4, 4), 16, PT_INDEX8);
-    const qRect all(0, 0, 4, 4);
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float inf = std::numeric_limits<float>::infinity();
-    struct Case {
-        const char* name;
-        qImageEdit* to;
-        const qImageAlias* from;
-        float sx, sy;
-        int method;
-        qBltMode mode;
-        int expected;
-    } cases[] = {
-        {                  "null source",     &dst, nullptr,    2,   2, 1,                 BLT_COPY, -5},
-        {"factors 1.0 ignore the method",     &dst,    &src,    1,   1, 7,                 BLT_COPY,  0},
-        {               "unknown method",     &dst,    &src, 1.5f,   1, 7,                 BLT_COPY, -6},
-        {                 "unknown mode",     &dst,    &src,    2,   2, 1, static_cast<qBltMode>(9), -6},
-        {          "indexed destination", &indexed,    &src,    2,   2, 1,                 BLT_COPY, -6},
-        {                  "zero factor",     &dst,    &src,    0,   2, 1,                 BLT_COPY, -5},
-        {              "negative factor",     &dst,    &src,    2,  -1, 1,                 BLT_COPY, -5},
-        {                   "NaN factor",     &dst,    &src,  nan,   2, 1,                 BLT_COPY, -5},
-        {              "infinite factor",     &dst,    &src,    2, inf, 1,                 BLT_COPY, -5},
-        {     "negative infinite factor",     &dst,    &src, -inf,   1, 1,                 BLT_COPY, -5},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(
-            c.to->ScaledBlt(all, c.from, qPoint(), c.sx, c.sy, c.method, c.mode, 255, nullptr),
-            c.expected);
-    }
-    // An indexed source without a palette copy.
-    qImageEdit raw_indexed;
-    raw_indexed.Bind(s.data(), qSize(4, 4), 16, PT_INDEX8);
-    EXPECT_EQ(dst.ScaledBlt(all, &raw_indexed, qPoint(), 2, 2, 1, BLT_OVER, 255, nullptr), -5);
-}
-
 #ifdef QIMG_ALLOCATION_HOOK
-TEST(qScaledBltTest, ColumnMapAllocationFailureIsMinusOne) {
-    std::vector<unsigned char> s(64, 9), d(64, 1);
-    qImageEdit src, dst;
-    src.Bind(s.data(), qSize(4, 4), 16, PT_BGRA32);
-    dst.Bind(d.data(), qSize(4, 4), 16, PT_BGRA32);
-    qimg_fail_allocation(1);
-    EXPECT_EQ(dst.ScaledBlt(qRect(0, 0, 4, 4), &src, qPoint(), 2, 2, 1, BLT_COPY, 255, nullptr),
-              -1);
-    qimg_fail_allocation(0);
-    EXPECT_EQ(d, std::vector<unsigned char>(64, 1));
-    EXPECT_EQ(dst.ScaledBlt(qRect(0, 0, 4, 4), &src, qPoint(), 2, 2, 1, BLT_COPY, 255, nullptr), 0);
-}
 #endif
 
 // Every cell against the reference, with factors from tiny to huge.
@@ -244,29 +119,6 @@ TEST(qScaledBltTest, WideRowsMatchTheReference) {
             }
         },
         0);
-}
-
-TEST(qScaledBltTest, MonitorStopsAfterOneRow) {
-    std::mt19937 rng(5);
-    Image src(PT_BGRA32, 5, 5), dst(PT_BGRA32, 12, 12);
-    qref::fill_random(src, rng);
-    qref::fill_random(dst, rng);
-    for (int stop = 1; stop <= 3; ++stop) {
-        SCOPED_TRACE(stop);
-        Image target = qref::copy_of(dst), expected = qref::copy_of(dst);
-        qref::scaled_blit(expected, src, qRect(0, 0, 12, 12), qPoint(), 2.0f, 2.0f, 1, BLT_BLEND,
-                          90, stop);
-        std::unique_ptr<qIImageBuffer> hs, hd;
-        qImageEdit from, to;
-        qref::bind(from, src, hs);
-        qref::bind(to, target, hd);
-        CountingMonitor monitor(stop);
-        EXPECT_EQ(to.ScaledBlt(qRect(0, 0, 12, 12), &from, qPoint(), 2.0f, 2.0f, 1, BLT_BLEND, 90,
-                               &monitor),
-                  1);
-        EXPECT_EQ(monitor.calls, stop);
-        EXPECT_LT(qref::first_difference(target, expected).row, 0);
-    }
 }
 
 TEST(qScaledBltTest, HostileRectanglesAndFactors) {

@@ -50,68 +50,6 @@ protected:
     fs::path dir_;
 };
 
-// Frame `index` of the sample composed in-process, as BGRA bytes.
-std::vector<unsigned char> composed_sample_frame(int index, qSize* size) {
-    qImageProxy proxy;
-    EXPECT_EQ(proxy.read_gif(kSample.c_str(), nullptr), 0);
-    *size = proxy.size();
-    std::vector<unsigned char> pixels(static_cast<size_t>(size->width) * size->height * 4);
-    qImageEdit canvas;
-    canvas.Bind(pixels.data(), *size, size->width * 4, PT_BGRA32);
-    qFrameComposer composer;
-    EXPECT_EQ(composer.begin(proxy.animation(), &canvas), 0);
-    EXPECT_EQ(composer.compose_to(index, nullptr), 0);
-    return pixels;
-}
-
-TEST_F(qimgCliTest, InfoDescribesEveryFrame) {
-    const CliRun r = run("info " + kSample.string());
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("screen 96 x 64, 5 frames, plays forever"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("24x24+8+14"), std::string::npos);
-    const CliRun json = run("info --json " + kSample.string());
-    EXPECT_EQ(json.status, 0);
-    EXPECT_NE(json.out.find("\"frame_count\": 5"), std::string::npos) << json.out;
-    EXPECT_NE(json.out.find("\"disposal\": 3"), std::string::npos);
-}
-
-TEST_F(qimgCliTest, RenderWritesTheComposedFrameScaled) {
-    for (int frame : {0, 2, 4}) {
-        SCOPED_TRACE(frame);
-        qSize size;
-        const std::vector<unsigned char> expected = composed_sample_frame(frame, &size);
-        const std::string out = path("frame.png");
-        const CliRun r = run("render " + kSample.string() + " --frame " + std::to_string(frame) +
-                             " --scale 2,3 -o " + out);
-        ASSERT_EQ(r.status, 0) << r.err;
-        PngPicture picture;
-        std::string error;
-        ASSERT_TRUE(read_png(out, picture, error)) << error;
-        ASSERT_EQ(picture.width, size.width * 2);
-        ASSERT_EQ(picture.height, size.height * 3);
-        for (int y = 0; y < picture.height; ++y) {
-            for (int x = 0; x < picture.width; ++x) {
-                const unsigned char* got =
-                    &picture.pixels[(static_cast<size_t>(y) * picture.width + x) * 4];
-                const unsigned char* want =
-                    &expected[(static_cast<size_t>(y / 3) * size.width + x / 2) * 4];
-                ASSERT_TRUE(std::equal(got, got + 4, want)) << "pixel (" << x << ", " << y << ")";
-            }
-        }
-    }
-}
-
-TEST_F(qimgCliTest, SheetHoldsEveryFrame) {
-    const std::string out = path("sheet.png");
-    const CliRun r = run("sheet " + kSample.string() + " --columns 5 -o " + out);
-    ASSERT_EQ(r.status, 0) << r.err;
-    PngPicture picture;
-    std::string error;
-    ASSERT_TRUE(read_png(out, picture, error)) << error;
-    EXPECT_GT(picture.width, 5 * 96);
-    EXPECT_GT(picture.height, 64);
-}
-
 TEST_F(qimgCliTest, QuantizeKeepsColoursThatFitAndTransparency) {
     // Three colours and fully transparent pixels: a 4-colour palette must keep them exactly.
     const int w = 16, h = 8;
@@ -171,33 +109,6 @@ TEST_F(qimgCliTest, BadFilesGiveOneClearLineAndStatusOne) {
         EXPECT_NE(r.err.find(c.file), std::string::npos) << r.err;
         EXPECT_NE(r.err.find(c.words), std::string::npos) << r.err;
     }
-}
-
-TEST_F(qimgCliTest, WrongCommandLinesGiveStatusTwo) {
-    const std::string sample = kSample.string();
-    const std::vector<std::string> wrong = {
-        "frobnicate",
-        "info",
-        "render " + sample,
-        "render " + sample + " -o",
-        "render " + sample + " -o x.png --frame -1",
-        "render " + sample + " -o x.png --scale 0",
-        "render " + sample + " -o x.png --scale nan",
-        "sheet " + sample + " -o x.png --columns 0",
-        "quantize in.png -o out.png --colors 1",
-        "quantize in.png -o out.png --colors 8 --palette x",
-        "info " + sample + " --bogus",
-    };
-    for (const std::string& arguments : wrong) {
-        SCOPED_TRACE(arguments);
-        const CliRun r = run(arguments);
-        EXPECT_EQ(r.status, 2) << r.err;
-        EXPECT_NE(r.err.find("qimg: "), std::string::npos);
-    }
-    const CliRun help = run("--help");
-    EXPECT_EQ(help.status, 0);
-    EXPECT_NE(help.out.find("usage: qimg"), std::string::npos);
-    EXPECT_EQ(run("render " + sample + " --frame 5 -o " + path("x.png")).status, 1);
 }
 
 }  // namespace
