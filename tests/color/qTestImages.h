@@ -1,7 +1,7 @@
 // qTestImages.h: tiny image buffers for the colour tests, independent of the library's image
 // classes: a true-colour and an index buffer over one exactly sized std::vector each (rows are
-// not padded), so AddressSanitizer catches a read past the last pixel. Plus the brute-force
-// nearest-colour reference.
+// not padded), so AddressSanitizer catches a read past the last pixel. Plus the palette
+// cache's nearest-colour rule written plainly.
 #pragma once
 
 #include <cstdint>
@@ -79,22 +79,6 @@ inline int64_t cell_distance(int r, int g, int b, qPixRA c) {
     const int64_t dg = (g >> 3) * 8 + 4 - c.green;
     const int64_t db = (b >> 3) * 8 + 4 - c.blue;
     return 4 * dr * dr + 9 * dg * dg + db * db;
-}
-
-// The nearest entry by brute force: entries with alpha 0 only when all have alpha 0, the lowest
-// index on a tie; -1 for an empty map.
-inline int brute_nearest(const qIColormap& map, int r, int g, int b) {
-    bool any_visible = false;
-    for (int i = 0; i < map.num_colors(); ++i) any_visible |= map.get_color(i).alpha != 0;
-    int best = -1;
-    int64_t best_distance = 0;
-    for (int i = 0; i < map.num_colors(); ++i) {
-        const qPixRA c = map.get_color(i);
-        if (any_visible && c.alpha == 0) continue;
-        const int64_t d = cell_distance(r, g, b, c);
-        if (best < 0 || d < best_distance) best = i, best_distance = d;
-    }
-    return best;
 }
 
 // The cache's answer for one cell, worked out directly: the candidates of the cell's 4 x 4 x 4

@@ -1,6 +1,5 @@
 // TestKit.h: small helpers every test program may share: whole files as bytes, the GIF corpus,
-// BGRA colours written in RGB(A) order, a monitor that stops at a chosen row and a palette's
-// entries as a vector.
+// BGRA colours written in RGB(A) order and a palette's entries as a vector.
 #pragma once
 
 #include <algorithm>
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include "qimg/color/qIColormap.h"
-#include "qimg/core/qMonitor.h"
 #include "qimg/core/qPixel.h"
 
 namespace qtest {
@@ -38,16 +36,6 @@ inline qPixRA rgba(int r, int g, int b, int a = 255) {
     return qPixRA{static_cast<unsigned char>(b), static_cast<unsigned char>(g),
                   static_cast<unsigned char>(r), static_cast<unsigned char>(a)};
 }
-
-// Answers false once `row` rows are done, so an operation stops after exactly that many.
-class StopAtRow : public qIMonitor {
-public:
-    explicit StopAtRow(int row) : row_(row) {}
-    bool progress(int done, int, int, int) override { return done < row_; }
-
-private:
-    int row_;
-};
 
 inline std::vector<qPixRA> entries(const qIColormap& map) {
     std::vector<qPixRA> out;

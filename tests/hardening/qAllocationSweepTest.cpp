@@ -13,6 +13,7 @@
 #include "hardening/HardeningKit.h"
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/core/qAllocationHookPriv.h"
+#include "qimg/core/qMonitor.h"
 #include "qimg/gif/qGifColormap.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"

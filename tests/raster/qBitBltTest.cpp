@@ -33,26 +33,6 @@ struct Surface {
 
 using Bytes = std::vector<unsigned char>;
 
-struct PixelCase {
-    const char* name;
-    qPixelType src_type;
-    Bytes src;
-    qPixelType dst_type;
-    Bytes dst;
-    qBltMode mode;
-    unsigned char opacity;
-    Bytes expected;
-};
-
-struct StatusCase {
-    const char* name;
-    qPixelType src_type;
-    qPixelType dst_type;
-    qBltMode mode;
-    unsigned char opacity;
-    int expected;
-};
-
 // The over composite and the channel blend for every source alpha, destination alpha and colour
 // difference: each pass carries three differences s - d per pixel. Laid out with a per row, every
 // group of adjacent pixels shares its source alpha (the kernels' uniform groups); transposed, each
@@ -317,13 +297,6 @@ TEST(qBitBltTest, HostileRectanglesNeverTouchOutsideTheViews) {
 }
 
 // ---- FillRect --------------------------------------------------------------------------------
-
-struct FillCase {
-    const char* name;
-    qPixelType type;
-    Bytes colour;
-    Bytes expected_pixel;
-};
 
 // A whole-image fill past 16 MiB is stored around the caches: every pixel, at addresses that are
 // word-aligned but not on a vector boundary (and one that is not even word-aligned), every tier.
