@@ -1,21 +1,29 @@
+// The facade draws its image at its offset and scale exactly as a scaled transfer of the same
+// pixels does from the point moved by the scaled offset: blended for true colour of unknown alpha,
+// composited over for a palette with alpha, copied when the caller asks for opaque drawing.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 #include <vector>
 
-#include "image/DrawReference.h"
 #include "qimg/color/qColormap.h"
 #include "qimg/core/qImageProxy.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
+#include "raster/qBlitReference.h"
 
 namespace {
 
-using draw_reference::Canvas;
-
-// A 6 x 4 PT_BGRA32 image with distinct colours and every kind of alpha: opaque, transparent
-// and partial.
+struct Placement {
+    const char* name;
+    qPoint offset;
+    qRect rect;
+    qPoint point;
+    float scale;
+};
 void make_direct(qDirectImage& image) {
     ASSERT_EQ(image.Create_buffer(qSize(6, 4), PT_BGRA32, nullptr), 0);
     const unsigned char alphas[] = {255, 0, 128, 255, 40, 255, 200};
@@ -29,8 +37,6 @@ void make_direct(qDirectImage& image) {
         }
     }
 }
-
-// A 6 x 4 index image over a caller palette of 5 opaque entries; pixel (x, y) holds (x + y) % 5.
 void make_indexed(qIndexImage& image, qColormap& map) {
     ASSERT_EQ(map.create(5), 0);
     for (int i = 0; i < 5; ++i) {
@@ -44,16 +50,6 @@ void make_indexed(qIndexImage& image, qColormap& map) {
             *image.pixel_address(y, x) = static_cast<unsigned char>((x + y) % 5);
     }
 }
-
-// What is drawn: proxy -> decorator -> leaf, compared pixel by pixel with the naive model at
-// offsets and scale factors. Positions and sizes at scale 2 are even (see DrawReference.h).
-struct Placement {
-    const char* name;
-    qPoint offset;
-    qRect rect;
-    qPoint point;
-    float scale;
-};
 const Placement kPlacements[] = {
     {                       "in place", qPoint(0, 0),  qRect(2,  1,  8,  6), qPoint(0, 0), 1.0f},
     {           "offset, point inside", qPoint(3, 2),  qRect(0,  0, 12, 10), qPoint(1, 1), 1.0f},
@@ -66,55 +62,39 @@ const Placement kPlacements[] = {
     {             "halved with offset", qPoint(4, 4),  qRect(0,  0,  6,  5), qPoint(0, 0), 0.5f},
 };
 
-qPixRA background_at(int x, int y) {
-    return qPixRA{static_cast<unsigned char>(10 * x), static_cast<unsigned char>(20 * y), 77, 200};
-}
-
-void paint_background(Canvas& canvas) {
-    for (int y = 0; y < canvas.height(); ++y) {
-        for (int x = 0; x < canvas.width(); ++x) canvas.at(x, y) = background_at(x, y);
-    }
-}
-
-void expect_draws_like_the_model(qImageProxy& placed, qSize image_size, bool opaque,
-                                 qBltMode expected_mode,
-                                 const std::function<qPixRA(int, int)>& pixel) {
+void expect_draws_like(qImageProxy& proxy, const qImageAlias& leaf, qBltMode mode) {
     for (const Placement& p : kPlacements) {
-        SCOPED_TRACE(p.name);
-        ASSERT_EQ(placed.set_offset(p.offset), 0);
-        Canvas actual(12, 10, qPixRA{});
-        Canvas expected(12, 10, qPixRA{});
-        paint_background(actual);
-        paint_background(expected);
-        ASSERT_EQ(placed.Draw(&actual.view, p.rect, p.point, p.scale, p.scale, opaque), 0);
-        const qPoint shift(static_cast<int>(p.offset.x * p.scale),
-                           static_cast<int>(p.offset.y * p.scale));
-        draw_reference::draw(expected, p.rect, p.point - shift, p.scale, image_size, expected_mode,
-                             pixel);
-        EXPECT_TRUE(draw_reference::same_pixels(actual, expected));
+        for (bool opaque : {false, true}) {
+            SCOPED_TRACE(testing::Message() << p.name << (opaque ? ", opaque" : ""));
+            ASSERT_EQ(proxy.set_offset(p.offset), 0);
+            std::vector<unsigned char> actual(12 * 10 * 4), expected(12 * 10 * 4);
+            for (size_t i = 0; i < actual.size(); ++i)
+                actual[i] = expected[i] = static_cast<unsigned char>(i * 7 + i / 13);
+            qImageEdit to_actual, to_expected;
+            ASSERT_EQ(to_actual.Bind(actual.data(), qSize(12, 10), 48, PT_BGRA32), 0);
+            ASSERT_EQ(to_expected.Bind(expected.data(), qSize(12, 10), 48, PT_BGRA32), 0);
+            ASSERT_EQ(proxy.Draw(&to_actual, p.rect, p.point, p.scale, p.scale, opaque), 0);
+            const qPoint shift(static_cast<int>(p.offset.x * p.scale),
+                               static_cast<int>(p.offset.y * p.scale));
+            ASSERT_EQ(to_expected.ScaledBlt(p.rect, &leaf, p.point - shift, p.scale, p.scale, 1,
+                                            opaque ? BLT_COPY : mode, 255, nullptr),
+                      0);
+            EXPECT_EQ(actual, expected);
+        }
     }
 }
 
-TEST(qImageProxyTest, DrawsTrueColourLikeTheModel) {
+TEST(qImageProxyTest, DrawsTrueColourLikeAScaledTransfer) {
     qDirectImage image;
     make_direct(image);
-    auto pixel = [&](int x, int y) {
-        const unsigned char* p = image.pixel_address(y, x);
-        return qPixRA{p[0], p[1], p[2], p[3]};
-    };
     qImageProxy proxy;
     ASSERT_EQ(proxy.Set(&image), 0);
-    {
-        SCOPED_TRACE("alpha kind unknown: blended");
-        expect_draws_like_the_model(proxy, image.size(), false, BLT_BLEND, pixel);
-    }
-    {
-        SCOPED_TRACE("opaque asked for: copied");
-        expect_draws_like_the_model(proxy, image.size(), true, BLT_COPY, pixel);
-    }
+    qImageAlias leaf;
+    ASSERT_EQ(leaf.Bind(&image), 0);
+    expect_draws_like(proxy, leaf, BLT_BLEND);
 }
 
-TEST(qImageProxyTest, DrawsEditedIndexImagesLikeTheModel) {
+TEST(qImageProxyTest, DrawsAnEditedPaletteLikeAScaledTransfer) {
     qColormap map;
     qIndexImage image;
     make_indexed(image, map);
@@ -122,16 +102,15 @@ TEST(qImageProxyTest, DrawsEditedIndexImagesLikeTheModel) {
     ASSERT_EQ(proxy.Set(&image), 0);
     ASSERT_TRUE(proxy.set_transparent(3));
     ASSERT_TRUE(proxy.set_color(1, qPixRA{10, 20, 30, 100}));
-    const qIColormap* own = proxy.colormap();
-    auto pixel = [&](int x, int y) { return own->get_color(image.pixel_index(qPoint(x, y))); };
-    {
-        SCOPED_TRACE("palette alphas: composited over");
-        expect_draws_like_the_model(proxy, image.size(), false, BLT_OVER, pixel);
-    }
-    {
-        SCOPED_TRACE("opaque asked for: copied");
-        expect_draws_like_the_model(proxy, image.size(), true, BLT_COPY, pixel);
-    }
+    // The same indices over a copy of the edited palette, every entry's alpha as it stands.
+    qref::Image indices(PT_INDEX8, 6, 4);
+    for (int y = 0; y < 4; ++y) std::memcpy(indices.row(y), image.pixel_address(y, 0), 6);
+    indices.palette = std::make_shared<qColormap>();
+    ASSERT_EQ(indices.palette->copy_from(proxy.colormap()), 0);
+    std::unique_ptr<qIImageBuffer> holder;
+    qImageAlias leaf;
+    ASSERT_EQ(qref::bind(leaf, indices, holder), 0);
+    expect_draws_like(proxy, leaf, BLT_OVER);
 }
 
 }  // namespace

@@ -47,7 +47,6 @@ private:
 struct EncodeOptions {
     bool clear_when_full = true;  // false keeps using a full 4096-entry table
     bool end_code = true;
-    bool leading_clear = true;
 };
 
 inline Bytes lzw_encode(const Bytes& input, int m, EncodeOptions options = {}) {
@@ -73,7 +72,7 @@ inline Bytes lzw_encode(const Bytes& input, int m, EncodeOptions options = {}) {
     };
     std::map<std::pair<unsigned, unsigned char>, unsigned> dict;
     unsigned encoder_next = clear + 2;
-    if (options.leading_clear) emit(clear);
+    emit(clear);
     if (!input.empty()) {
         unsigned w = input[0];
         for (size_t i = 1; i < input.size(); ++i) {
@@ -153,10 +152,6 @@ public:
     GifBuilder& pixels(int m, const Bytes& indices, size_t block = 255) {
         return image_data(m, lzw_encode(indices, m), block);
     }
-    GifBuilder& comment(const std::string& text, size_t block = 255) {
-        raw({0x21, 0xFE});
-        return sub_blocks(Bytes(text.begin(), text.end()), block);
-    }
     GifBuilder& application(const char* id11, const Bytes& data) {
         raw({0x21, 0xFF, 11});
         bytes_.insert(bytes_.end(), id11, id11 + 11);
@@ -185,7 +180,6 @@ public:
         bytes_.push_back(0);
         return *this;
     }
-    size_t size() const { return bytes_.size(); }
     const Bytes& bytes() const { return bytes_; }
 
 private:

@@ -100,60 +100,37 @@ TEST(MalformedGif, ScreensFramesAndColourTables) {
         {"empty stream", {}, -1, 0},
         {"0 x 0 screen takes the first image's size",
          GifBuilder().header().screen(0, 0, 2).color_table(8).raw(image).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"0 x 0 screen without images", GifBuilder().header().screen(0, 0).trailer().bytes(), -1,
          0},
         {"65535 x 65535 screen, small image",
          still(65535, 65535).raw(image).trailer().bytes(),
-         0,
-         1,
-         {65535, 65535}},
+         0, 1, {65535, 65535}},
         {"65535 x 65535 image refused before allocating",
          still().descriptor(0, 0, 65535, 65535).pixels(3, kPixels).trailer().bytes(), -6, 0},
         {"65535 x 1 image",
          still().descriptor(0, 0, 65535, 1).pixels(3, kPixels).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"no colour table anywhere",
          GifBuilder().header().screen(4, 2).raw(image).trailer().bytes(), -5, 0},
         {"second image without a table keeps the first",
-         GifBuilder()
-             .header()
-             .screen(4, 2)
-             .descriptor(0, 0, 4, 2, 2)
-             .color_table(8)
-             .pixels(3, kPixels)
-             .raw(image)
-             .trailer()
-             .bytes(),
-         0,
-         1,
-         {4, 2}},
+         GifBuilder().header().screen(4, 2).descriptor(0, 0, 4, 2, 2).color_table(8)
+             .pixels(3, kPixels).raw(image).trailer().bytes(),
+         0, 1, {4, 2}},
         {"image far outside the screen",
          still().descriptor(65000, 65000, 4, 2).pixels(3, kPixels).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"image across the screen's edge",
          still().descriptor(2, 1, 4, 2).pixels(3, kPixels).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"zero-width image", still().descriptor(0, 0, 0, 2).pixels(3, kPixels).trailer().bytes(),
          -6, 0},
         {"zero-height image after a good one",
          still().raw(image).descriptor(0, 0, 4, 0).pixels(3, kPixels).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"transparent index outside the table",
          still().control(2, 5, 200).raw(image).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
     };
     // clang-format on
     for (const Case& c : cases) check_case(c, 65535ll * 2);
@@ -176,89 +153,48 @@ TEST(MalformedGif, CodeSizesAndCodeStreams) {
     const Case cases[] = {
         // m = 0: clear 1, end 2; clear, 0, 0 (entry 3 made, width 2), end.
         {"code size 0",
-         still(2, 1)
-             .descriptor(0, 0, 2, 1)
-             .image_data(0, codes({{1, 1}, {0, 1}, {0, 1}, {2, 2}}))
-             .trailer()
-             .bytes(),
-         0,
-         1,
-         {2, 1}},
+         still(2, 1).descriptor(0, 0, 2, 1).image_data(0, codes({{1, 1}, {0, 1}, {0, 1}, {2, 2}}))
+             .trailer().bytes(),
+         0, 1, {2, 1}},
         {"code size 1",
          still().descriptor(0, 0, 4, 2).pixels(1, {0, 1, 1, 0, 1, 0, 0, 1}).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"code size 9",
-         GifBuilder()
-             .header()
-             .screen(16, 16, 7)
-             .color_table(256)
-             .descriptor(0, 0, 16, 16)
-             .pixels(9, ramp)
-             .trailer()
-             .bytes(),
-         0,
-         1,
-         {16, 16}},
+         GifBuilder().header().screen(16, 16, 7).color_table(256).descriptor(0, 0, 16, 16)
+             .pixels(9, ramp).trailer().bytes(),
+         0, 1, {16, 16}},
         {"code size 12",
          still().descriptor(0, 0, 4, 2).image_data(12, {0, 16, 1, 0}).trailer().bytes(), -9, 0},
         {"code size 255",
          still().descriptor(0, 0, 4, 2).image_data(255, {0xFF, 0xFF}).trailer().bytes(), -9, 0},
         // m = 2: clear 4, end 5, next free 6; code 7 is above it.
         {"code above the next entry",
-         still()
-             .descriptor(0, 0, 4, 2)
-             .image_data(2, codes({{4, 3}, {1, 3}, {7, 3}, {5, 3}, {0, 8}}))
-             .trailer()
-             .bytes(),
+         still().descriptor(0, 0, 4, 2)
+             .image_data(2, codes({{4, 3}, {1, 3}, {7, 3}, {5, 3}, {0, 8}})).trailer().bytes(),
          -9, 0},
         // The same codes ending in the last byte are left to the end of the data, where a bad
         // code only stops the decoding: the index written before it stays.
         {"code above the next entry in the last byte",
-         still()
-             .descriptor(0, 0, 4, 2)
-             .image_data(2, codes({{4, 3}, {1, 3}, {7, 3}, {5, 3}}))
-             .trailer()
-             .bytes(),
-         0,
-         1,
-         {4, 2}},
+         still().descriptor(0, 0, 4, 2).image_data(2, codes({{4, 3}, {1, 3}, {7, 3}, {5, 3}}))
+             .trailer().bytes(),
+         0, 1, {4, 2}},
         {"first code above the table",
-         still()
-             .descriptor(0, 0, 4, 2)
-             .image_data(2, codes({{7, 3}, {1, 3}, {5, 3}}))
-             .trailer()
+         still().descriptor(0, 0, 4, 2).image_data(2, codes({{7, 3}, {1, 3}, {5, 3}})).trailer()
              .bytes(),
          -9, 0},
         {"full table without clear codes",
-         GifBuilder()
-             .header()
-             .screen(128, 128, 7)
-             .color_table(256)
-             .descriptor(0, 0, 128, 128)
-             .image_data(8, lzw_encode(noise, 8, no_clear))
-             .trailer()
-             .bytes(),
-         0,
-         1,
-         {128, 128}},
+         GifBuilder().header().screen(128, 128, 7).color_table(256).descriptor(0, 0, 128, 128)
+             .image_data(8, lzw_encode(noise, 8, no_clear)).trailer().bytes(),
+         0, 1, {128, 128}},
         {"no end code",
-         still()
-             .descriptor(0, 0, 4, 2)
-             .image_data(3, lzw_encode(kPixels, 3, no_end))
-             .trailer()
+         still().descriptor(0, 0, 4, 2).image_data(3, lzw_encode(kPixels, 3, no_end)).trailer()
              .bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"only clear codes",
          still().descriptor(0, 0, 4, 2).image_data(3, Bytes(300, 0x88)).trailer().bytes(), -9, 0},
         {"more data than pixels",
          still().descriptor(0, 0, 4, 2).pixels(3, Bytes(5000, 3)).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
     };
     // clang-format on
     for (const Case& c : cases) check_case(c, 128 * 128);
@@ -308,21 +244,15 @@ TEST(MalformedGif, TerminatorsTrailersAndExtensions) {
         {"no trailer", still().raw(image).bytes(), 0, 1, {4, 2}},
         {"no trailer, cut after the image's terminator",
          still().raw(image).raw(image).bytes(),
-         0,
-         2,
-         {4, 2}},
+         0, 2, {4, 2}},
         {"image data without terminator", still().raw(unterminated_image).trailer().bytes(), -3, 0},
         {"second image without terminator",
          still().raw(image).raw(unterminated_image).bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"comment without terminator", still().raw({0x21, 0xFE, 3, 'a', 'b', 'c'}).bytes(), -3, 0},
         {"comment without terminator after an image",
          still().raw(image).raw({0x21, 0xFE, 3, 'a', 'b', 'c'}).bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"sub-block longer than the stream", still().raw({0x21, 0xFE, 200, 'a'}).bytes(), -3, 0},
         {"application block of 255 bytes",
          still().raw({0x21, 0xFF, 255}).raw(Bytes(255, 'N')).raw({0}).raw(image).trailer().bytes(),
@@ -332,24 +262,16 @@ TEST(MalformedGif, TerminatorsTrailersAndExtensions) {
          -8, 0},
         {"1000 control extensions before an image",
          still().raw(many_controls).raw(image).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"1000 looping extensions",
          still().raw(many_loops).raw(image).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"a megabyte of plain text",
          still().raw(long_plain_text).raw(image).trailer().bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
         {"bytes after the trailer",
          still().raw(image).trailer().raw(Bytes(100, 0x2C)).bytes(),
-         0,
-         1,
-         {4, 2}},
+         0, 1, {4, 2}},
     };
     // clang-format on
     for (const Case& c : cases) check_case(c, 8);
