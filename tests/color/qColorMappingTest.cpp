@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 #include <random>
 #include <vector>
 
@@ -10,8 +9,6 @@
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qDitherPriv.h"
 #include "qimg/color/qSafeColormap.h"
-#include "qimg/core/qAllocationHookPriv.h"
-#include "qimg/core/qMonitor.h"
 #include "qimg/gif/qGifColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
@@ -66,20 +63,6 @@ BgraImage random_image(std::mt19937& rng, int width, int height, bool random_alp
 // ---- error tables ------------------------------------------------------------------------------
 
 // ---- worked examples ---------------------------------------------------------------------------
-
-TEST(qDitherTest, ExactColoursPassNoError) {
-    std::mt19937 rng(1);
-    BgraImage image(13, 9);
-    for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 13; ++x)
-            image.at(x, y) = rng() & 1 ? rgba(255, 255, 255) : rgba(0, 0, 0);
-    const qSafeColormap bw = palette_of({rgba(0, 0, 0), rgba(255, 255, 255)});
-    const Mapped got = map_image(image, bw, Mapper::kDiffusion, true);
-    ASSERT_EQ(got.status, 0);
-    for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 13; ++x)
-            EXPECT_EQ(got.indices[static_cast<size_t>(y * 13 + x)], image.at(x, y).red ? 1 : 0);
-}
 
 // ---- properties
 // ----------------------------------------------------------------------------------
@@ -232,21 +215,5 @@ TEST(qDitherTest, MatchesAStraightforwardReference) {
         EXPECT_EQ(virtual_path.indices, expected);
     }
 }
-
-class StopAfter : public qIMonitor {
-public:
-    explicit StopAfter(int rows) : rows_(rows) {}
-    bool progress(int done, int total, int a, int b) override {
-        calls.push_back({done, total, a, b});
-        return done < rows_;
-    }
-    std::vector<std::vector<int>> calls;
-
-private:
-    int rows_;
-};
-
-#ifdef QIMG_ALLOCATION_HOOK
-#endif
 
 }  // namespace

@@ -1,7 +1,7 @@
 // qTestImages.h: tiny image buffers for the colour tests, independent of the library's image
-// classes: a true-colour and an index buffer over one exactly sized std::vector each (rows are
-// not padded), so AddressSanitizer catches a read past the last pixel. Plus the palette
-// cache's nearest-colour rule written plainly.
+// classes: a true-colour buffer over one exactly sized std::vector (rows are not padded), so
+// AddressSanitizer catches a read past the last pixel. Plus the palette cache's nearest-colour rule
+// written plainly.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,6 @@
 #include "common/TestKit.h"
 #include "qimg/color/qIColormap.h"
 #include "qimg/core/qImageBuffer.h"
-#include "tests/common/ReadOnlyIndexImage.h"
 
 namespace qtest {
 
@@ -38,34 +37,6 @@ public:
 private:
     int width_, height_;
     std::vector<qPixRA> pixels_;
-};
-
-class IndexImage : public qtest::ReadOnlyIndexImage {
-public:
-    IndexImage(int width, int height, const qIColormap* map)
-        : width_(width),
-          height_(height),
-          map_(map),
-          pixels_(static_cast<size_t>(width) * static_cast<size_t>(height), 0) {}
-    bool valid() const override { return width_ > 0 && height_ > 0 && map_; }
-    unsigned char* pixel_address(int row, int column) const override {
-        if (row < 0 || column < 0 || pixels_.empty()) return nullptr;
-        auto* base = const_cast<unsigned char*>(pixels_.data());
-        return base + static_cast<size_t>(row) * width_ + column;
-    }
-    qSize size() const override { return qSize(width_, height_); }
-    qPixelType pixel_type() const override { return PT_INDEX8; }
-    const qIColormap* colormap() const override { return map_; }
-    int min_t_index() const override { return map_ ? map_->min_t_index() : -1; }
-
-    unsigned char& at(int x, int y) { return pixels_[static_cast<size_t>(y) * width_ + x]; }
-    unsigned char at(int x, int y) const { return pixels_[static_cast<size_t>(y) * width_ + x]; }
-    const std::vector<unsigned char>& pixels() const { return pixels_; }
-
-private:
-    int width_, height_;
-    const qIColormap* map_;
-    std::vector<unsigned char> pixels_;
 };
 
 inline qPixRA random_colour(std::mt19937& rng, int alpha = 255) {

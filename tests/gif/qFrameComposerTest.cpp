@@ -137,42 +137,5 @@ TEST(qFrameComposerTest, EveryFrameOfEveryFileMatchesAStraightforwardPlayer) {
     }
 }
 
-// Going back restarts from frame 0; going forward continues; both give the same pictures.
-TEST(qFrameComposerTest, RandomAccessEqualsPlayingInOrder) {
-    const Bytes file = read_file(std::filesystem::path(QIMG_GIF_CORPUS) /
-                                 "../../../examples/data/qimg-sample.gif");
-    qMemoryR source(file.data(), static_cast<int>(file.size()));
-    qImageProxy proxy;
-    ASSERT_EQ(proxy.read_gif(&source, nullptr), 0);
-    const qSize size = proxy.size();
-    auto compose = [&](const std::vector<int>& order) {
-        Bytes pixels(static_cast<size_t>(size.width) * size.height * 4);
-        qImageEdit canvas;
-        canvas.Bind(pixels.data(), size, size.width * 4, PT_BGRA32);
-        qFrameComposer composer;
-        composer.begin(proxy.animation(), &canvas);
-        for (int i : order) EXPECT_EQ(composer.compose_to(i, nullptr), 0);
-        EXPECT_EQ(composer.composed_frame(), order.back());
-        return pixels;
-    };
-    for (int last = 0; last < 5; ++last) {
-        SCOPED_TRACE(last);
-        EXPECT_EQ(compose({4, 1, 3, last}), compose({last}));
-    }
-}
-
-class CountingMonitor : public qIMonitor {
-public:
-    explicit CountingMonitor(int stop_at) : stop_at_(stop_at) {}
-    bool progress(int done, int total, int, int) override {
-        calls.push_back({done, total});
-        return done != stop_at_;
-    }
-    std::vector<std::pair<int, int>> calls;
-
-private:
-    int stop_at_;
-};
-
 }  // namespace
 #endif

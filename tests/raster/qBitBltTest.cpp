@@ -12,7 +12,6 @@
 
 namespace {
 
-using qref::CountingMonitor;
 using qref::Image;
 
 // One true-colour view over caller memory, for the worked examples.
@@ -165,25 +164,9 @@ TEST(qBitBltTest, EveryCellMatchesTheReference) {
                                 qPoint pos;
                                 qref::random_placement(rng, src, dst, &rect, &pos);
 
-                                Image expected = qref::copy_of(dst);
-                                const qref::Outcome want =
-                                    qref::blit(expected, src, rect, pos, mode, k);
-                                std::unique_ptr<qIImageBuffer> hs, hd;
-                                qImageEdit from, to;
-                                ASSERT_EQ(qref::bind(from, src, hs), 0);
-                                ASSERT_EQ(qref::bind(to, dst, hd), 0);
-                                CountingMonitor monitor;
-                                const int got =
-                                    to.BitBlt(rect, &from, pos, mode, static_cast<unsigned char>(k),
-                                              watched ? &monitor : nullptr);
-                                const qref::Difference diff = qref::first_difference(dst, expected);
-                                ASSERT_TRUE(got == want.status && diff.row < 0 &&
-                                            monitor.calls == (watched ? want.rows : 0))
-                                    << "case " << case_number << ": src " << st << " dst " << dt
-                                    << " mode " << mode << " opacity " << k << " status " << got
-                                    << " want " << want.status << " rows " << monitor.calls
-                                    << " want " << want.rows << "; first difference at row "
-                                    << diff.row << " byte " << diff.byte;
+                                const std::string diff = qref::compare_transfer(
+                                    dst, src, rect, pos, 1, 1, false, mode, k, watched);
+                                ASSERT_EQ(diff, "") << "tier " << tier << ", case " << case_number;
                             }
                         }
                     }
@@ -282,21 +265,48 @@ TEST(qBitBltTest, HostileRectanglesNeverTouchOutsideTheViews) {
     qref::fill_random(dst, rng);
     for (const qRect& rect : rects) {
         for (const qPoint& pos : points) {
-            SCOPED_TRACE(testing::Message() << rect.x << "," << rect.y << "," << rect.width << ","
-                                            << rect.height << " from " << pos.x << "," << pos.y);
-            Image target = qref::copy_of(dst), expected = qref::copy_of(dst);
-            const qref::Outcome want = qref::blit(expected, src, rect, pos, BLT_OVER, 255);
-            std::unique_ptr<qIImageBuffer> hs, hd;
-            qImageEdit from, to;
-            qref::bind(from, src, hs);
-            qref::bind(to, target, hd);
-            EXPECT_EQ(to.BitBlt(rect, &from, pos, BLT_OVER, 255, nullptr), want.status);
-            EXPECT_LT(qref::first_difference(target, expected).row, 0);
+            EXPECT_EQ(
+                qref::compare_transfer(dst, src, rect, pos, 1, 1, false, BLT_OVER, 255, false), "")
+                << rect.x << "," << rect.y << "," << rect.width << "," << rect.height << " from "
+                << pos.x << "," << pos.y;
         }
     }
 }
 
 // ---- FillRect --------------------------------------------------------------------------------
+
+// Random rectangles and colours (grey, uniform or not) on rows of several widths, against a plain
+// loop over the clipped area; a 24-bit view takes the colour without its alpha.
+TEST(qFillRectTest, PaintsTheClippedAreaOnly) {
+    std::mt19937 rng(5);
+    for (qPixelType type : {PT_BGR24, PT_BGRA32}) {
+        for (int width : {10, 17, 33, 100}) {
+            for (int repeat = 0; repeat < 20; ++repeat) {
+                Image image(type, width, 10);
+                qref::fill_random(image, rng);
+                unsigned char colour[4];
+                for (unsigned char& c : colour) c = static_cast<unsigned char>(rng());
+                if (repeat % 3 == 0) colour[1] = colour[2] = colour[0];
+                if (repeat % 6 == 0) colour[3] = colour[0];
+                qRect rect;
+                qPoint unused;
+                qref::random_placement(rng, image, image, &rect, &unused);
+                Image expected = qref::copy_of(image);
+                for (int64_t r = std::max(rect.y, 0);
+                     r < std::min<int64_t>(int64_t{rect.y} + rect.height, 10); ++r)
+                    for (int64_t c = std::max(rect.x, 0);
+                         c < std::min<int64_t>(int64_t{rect.x} + rect.width, width); ++c)
+                        std::memcpy(expected.pixel(int(r), int(c)), colour,
+                                    qref::pixel_bytes(type));
+                std::unique_ptr<qIImageBuffer> holder;
+                qImageEdit view;
+                ASSERT_EQ(qref::bind(view, image, holder), 0);
+                ASSERT_EQ(view.FillRect(rect, PT_BGRA32, colour, nullptr), 0);
+                ASSERT_LT(qref::first_difference(image, expected).row, 0) << width << " " << repeat;
+            }
+        }
+    }
+}
 
 // A whole-image fill past 16 MiB is stored around the caches: every pixel, at addresses that are
 // word-aligned but not on a vector boundary (and one that is not even word-aligned), every tier.
@@ -345,7 +355,7 @@ TEST(qFillRectTest, StatusCodes) {
     }
     qImageEdit view;
     view.Bind(memory.data(), qSize(10, 10), 40, PT_BGRA32);
-    CountingMonitor stop(1);
+    qref::CountingMonitor stop(1);
     EXPECT_EQ(view.FillRect(qRect(0, 0, 10, 10), PT_BGRA32, colour, &stop), 1);
     EXPECT_EQ(memory[0], 1);   // the first row is painted
     EXPECT_EQ(memory[40], 0);  // the second is not
