@@ -14,23 +14,11 @@ struct TypeSize {
 };
 
 // Every value of the pixel-type table, and neighbours that are not pixel types.
-constexpr TypeSize kTypeSizes[] = {
-    {  0,  0},
-    {  1, 32},
-    {  2, 24},
-    {  3, 16},
-    {  4,  8},
-    {  5,  0},
-    {  6,  0},
-    {  7,  8},
-    {  8,  0},
-    { 11,  8},
-    { 12,  0},
-    { 21, 16},
-    { 22,  0},
-    { -1,  0},
-    {255,  0},
-};
+// clang-format off
+constexpr TypeSize kTypeSizes[] = {{0, 0},  {1, 32}, {2, 24}, {3, 16},  {4, 8},
+                                   {5, 0},  {6, 0},  {7, 8},  {8, 0},   {11, 8},
+                                   {12, 0}, {21, 16}, {22, 0}, {-1, 0}, {255, 0}};
+// clang-format on
 
 TEST(qPixelTest, BitsPerPixelForEveryType) {
     for (const TypeSize& c : kTypeSizes) {

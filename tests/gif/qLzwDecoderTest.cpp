@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <map>
 #include <random>
 #include <utility>
 #include <vector>
 
 #include "GifTestKit.h"
-#include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/gif/qLzwDecoder.h"
 
 namespace {
@@ -98,25 +95,22 @@ struct CodeCase {
 };
 
 TEST(qLzwDecoderTest, HandMadeStreams) {
+    // clang-format off
     const CodeCase cases[] = {
-  // clear, 1, 6 (= next free entry: "1" + its own first byte), end
-        {               "code equal to next entry",2,                                                 {{4, 3}, {1, 3}, {6, 3}, {5, 3}},0,                {1, 1, 1}                                                                                                                                         },
-        {                       "no leading clear",  2,                                                         {{1, 3}, {2, 3}, {5, 3}},  0,                   {1, 2}},
-        {                  "clear first and twice",  2,                                                 {{4, 3}, {4, 3}, {3, 3}, {5, 3}},  0,                      {3}},
-        {          "clear mid-stream resets width",
-         2, // 1 2 6(=1 2) 7(=2 1)  makes entries 6..9: width 4 from entry 7 on; then clear at 4
- // bits, and 3 bits again after it.
- {{4, 3}, {1, 3}, {2, 3}, {6, 3}, {7, 4}, {4, 4}, {3, 3}, {0, 3}, {5, 3}},
-         0, {1, 2, 1, 2, 2, 1, 3, 0}                                                                                                                                  },
- // 1, then 7 which is above the next free entry 6: an error once the code after it is
-  // read, which here is the end code.
-        {                  "code above next entry",  2,                                                 {{4, 3}, {1, 3}, {7, 3}, {5, 3}}, -1,                      {1}},
-        {"code above next entry right after clear",  2,                                                 {{4, 3}, {7, 3}, {1, 3}, {5, 3}}, -1,                       {}},
- // smallest and largest literal widths
-        {                                    "m 1",  1,                                                 {{2, 2}, {1, 2}, {0, 2}, {3, 3}},  0,                   {1, 0}},
-        {                                   "m 11", 11,                                    {{2048, 12}, {2047, 12}, {5, 12}, {2049, 12}},  0,                {0xFF, 5}},
-        {                        "m 8 literal 255",  8,                                                   {{256, 9}, {255, 9}, {257, 9}},  0,                    {255}},
+        {"code equal to next entry", 2, {{4, 3}, {1, 3}, {6, 3}, {5, 3}}, 0, {1, 1, 1}},
+        {"no leading clear", 2, {{1, 3}, {2, 3}, {5, 3}}, 0, {1, 2}},
+        {"clear first and twice", 2, {{4, 3}, {4, 3}, {3, 3}, {5, 3}}, 0, {3}},
+        // 1 2 6(=1 2) 7(=2 1) make entries 6..9: width 4 from entry 7 on; then a clear.
+        {"clear mid-stream resets width", 2,
+         {{4, 3}, {1, 3}, {2, 3}, {6, 3}, {7, 4}, {4, 4}, {3, 3}, {0, 3}, {5, 3}}, 0,
+         {1, 2, 1, 2, 2, 1, 3, 0}},
+        {"code above next entry", 2, {{4, 3}, {1, 3}, {7, 3}, {5, 3}}, -1, {1}},
+        {"code above next entry right after clear", 2, {{4, 3}, {7, 3}, {1, 3}, {5, 3}}, -1, {}},
+        {"m 1", 1, {{2, 2}, {1, 2}, {0, 2}, {3, 3}}, 0, {1, 0}},
+        {"m 11", 11, {{2048, 12}, {2047, 12}, {5, 12}, {2049, 12}}, 0, {0xFF, 5}},
+        {"m 8 literal 255", 8, {{256, 9}, {255, 9}, {257, 9}}, 0, {255}},
     };
+    // clang-format on
     for (const CodeCase& c : cases) {
         SCOPED_TRACE(c.name);
         BitWriter writer;
@@ -130,8 +124,5 @@ TEST(qLzwDecoderTest, HandMadeStreams) {
         EXPECT_EQ(d.output, c.output);
     }
 }
-
-#ifdef QIMG_ALLOCATION_HOOK
-#endif
 
 }  // namespace

@@ -244,16 +244,19 @@ std::vector<Scenario> scenarios() {
         const qIColormap* map;  // the given-map form when set
     };
     const auto transparent = gif("pil-anim-transparent.gif");
-    for (const Reduction& r : std::vector<Reduction>{
-             {   "adaptive, nearest",           nullptr, CM_ADAPTIVE,   QT_NEAREST,nullptr                                                                                   },
-             {  "adaptive, dithered",           nullptr, CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
-             {      "cube, dithered",           nullptr,     CM_CUBE, QT_DIFFUSION,                nullptr},
-             {       "grey, nearest",           nullptr,     CM_GRAY,   QT_NEAREST,                nullptr},
-             { "given map, dithered",           nullptr,     CM_CUBE, QT_DIFFUSION, grey->fixed_colormap()},
-             { "gif frame, adaptive", transparent.get(), CM_ADAPTIVE, QT_DIFFUSION,                nullptr},
-             {"gif frame, given map", transparent.get(),     CM_CUBE,   QT_NEAREST,
-              grey->fixed_colormap()                                                                      }
-    }) {
+    const auto* given = grey->fixed_colormap();
+    // clang-format off
+    const Reduction reductions[] = {
+        {"adaptive, nearest", nullptr, CM_ADAPTIVE, QT_NEAREST, nullptr},
+        {"adaptive, dithered", nullptr, CM_ADAPTIVE, QT_DIFFUSION, nullptr},
+        {"cube, dithered", nullptr, CM_CUBE, QT_DIFFUSION, nullptr},
+        {"grey, nearest", nullptr, CM_GRAY, QT_NEAREST, nullptr},
+        {"given map, dithered", nullptr, CM_CUBE, QT_DIFFUSION, given},
+        {"gif frame, adaptive", transparent.get(), CM_ADAPTIVE, QT_DIFFUSION, nullptr},
+        {"gif frame, given map", transparent.get(), CM_CUBE, QT_NEAREST, given},
+    };
+    // clang-format on
+    for (const Reduction& r : reductions) {
         out.push_back({r.name,
                        [=, grey = grey, transparent = transparent] {
                            ASSERT_EQ(r.from ? proxy->Set(r.from) : proxy->Set(small.get()), 0);
