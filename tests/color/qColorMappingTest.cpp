@@ -33,7 +33,7 @@ enum class Mapper { kNearest, kDiffusion };
 
 Mapped map_image(const qIImageBuffer& image, const qIColormap& palette, Mapper mapper, bool opaque,
                  float color_strength = 1.0f, float alpha_strength = 0.0f,
-                 qIMonitor* monitor = nullptr, const qIExColormap* through = nullptr) {
+                 const qIExColormap* through = nullptr) {
     const qSize size = image.size();
     Mapped out{0, std::vector<unsigned char>(static_cast<size_t>(size.width) * size.height, 0xEE)};
     qImageEdit destination;
@@ -45,9 +45,9 @@ Mapped map_image(const qIImageBuffer& image, const qIColormap& palette, Mapper m
     const qIExColormap* map = through ? through : &cache;
     const qRect area(size);
     out.status = mapper == Mapper::kNearest
-                     ? destination.map_colors(area, &source, qPoint(), map, opaque, monitor)
+                     ? destination.map_colors(area, &source, qPoint(), map, opaque, nullptr)
                      : destination.dither_colors(area, &source, qPoint(), map, opaque,
-                                                 color_strength, alpha_strength, monitor);
+                                                 color_strength, alpha_strength, nullptr);
     return out;
 }
 
@@ -59,13 +59,6 @@ BgraImage random_image(std::mt19937& rng, int width, int height, bool random_alp
                 qtest::random_colour(rng, random_alpha ? static_cast<int>(rng() % 3) * 127 : 255);
     return image;
 }
-
-// ---- error tables ------------------------------------------------------------------------------
-
-// ---- worked examples ---------------------------------------------------------------------------
-
-// ---- properties
-// ----------------------------------------------------------------------------------
 
 TEST(qColorMappingTest, ColoursOfThePaletteComeBackExactly) {
     qColorQuantProxy proxy;
@@ -210,7 +203,7 @@ TEST(qDitherTest, MatchesAStraightforwardReference) {
         EXPECT_EQ(cached.indices, expected);
         const ForwardingMap generic(&map);
         const Mapped virtual_path =
-            map_image(image, map, Mapper::kDiffusion, opaque, cs, as, nullptr, &generic);
+            map_image(image, map, Mapper::kDiffusion, opaque, cs, as, &generic);
         ASSERT_EQ(virtual_path.status, 0);
         EXPECT_EQ(virtual_path.indices, expected);
     }

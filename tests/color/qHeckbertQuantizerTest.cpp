@@ -149,15 +149,11 @@ TEST(qHeckbertQuantizerTest, CountNeverPassesThePalette) {
         bool transparent;
         int colours;
     };
-    for (const Case& c : {
-             Case{       256, false, 256},
-             Case{       257,  true, 255},
-             Case{      1000, false, 256},
-             Case{      1000,  true, 255},
-             Case{2147483647,  true, 255},
-             Case{        16,  true,  15},
-             Case{        16, false,  16}
-    }) {
+    // clang-format off
+    const Case cases[] = {{256, false, 256}, {257, true, 255}, {1000, false, 256}, {1000, true, 255},
+                          {2147483647, true, 255}, {16, true, 15}, {16, false, 16}};
+    // clang-format on
+    for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.n << (c.transparent ? " +t" : ""));
         const auto got = quantize(image, c.n, c.transparent);
         ASSERT_EQ(static_cast<int>(got.size()), c.colours + (c.transparent ? 1 : 0));

@@ -20,13 +20,6 @@ constexpr TypeSize kTypeSizes[] = {{0, 0},  {1, 32}, {2, 24}, {3, 16},  {4, 8},
                                    {12, 0}, {21, 16}, {22, 0}, {-1, 0}, {255, 0}};
 // clang-format on
 
-TEST(qPixelTest, BitsPerPixelForEveryType) {
-    for (const TypeSize& c : kTypeSizes) {
-        SCOPED_TRACE(c.type);
-        EXPECT_EQ(bits_per_pixel(static_cast<qPixelType>(c.type)), c.bits);
-    }
-}
-
 TEST(qPixelTest, RowBytesFollowsTheStrideRuleForEveryType) {
     const int widths[] = {1, 2, 3, 4, 5, 7, 10, 33, 1000};
     for (const TypeSize& c : kTypeSizes) {

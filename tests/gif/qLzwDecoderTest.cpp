@@ -73,18 +73,6 @@ TEST(qLzwDecoderTest, RoundTripsEncodedStreamsInAnyPieces) {
     }
 }
 
-TEST(qLzwDecoderTest, FullTableWithoutClearKeepsTwelveBitCodes) {
-    std::mt19937 rng(11);
-    // Enough varied data to fill the table many times over, encoded without clearing it.
-    const Bytes input = random_indices(rng, 200000, 256, 30);
-    EncodeOptions options;
-    options.clear_when_full = false;
-    const Bytes codes = lzw_encode(input, 8, options);
-    const Decoded d = decode(codes, 8, static_cast<unsigned>(input.size()), 255);
-    EXPECT_EQ(d.last_status, 0);
-    EXPECT_EQ(d.output, input);
-}
-
 // Hand-made code streams: (code, width) pairs, with m = 2 unless given.
 struct CodeCase {
     const char* name;
