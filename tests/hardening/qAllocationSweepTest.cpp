@@ -133,175 +133,180 @@ Rendering palettes(const qColorQuantProxy& quant) {
 
 std::vector<Scenario> scenarios() {
     std::vector<Scenario> out;
+    const auto add = [&](const char* name, auto prepare, auto run, auto look, auto untouched,
+                         bool partial = false) {
+        out.push_back({name, prepare, run, look, untouched, partial});
+    };
     const auto small = picture(qSize(20, 11));
     auto proxy = std::make_shared<qImageProxy>();
     const auto fill_proxy = [=] { ASSERT_EQ(proxy->Set(small.get()), 0); };
     const auto proxy_seen = [=] { return render(*proxy); };
     const auto nothing = [] { return Rendering(); };
 
-    // Reading: the frames complete before a failure are kept; the old image goes only when
-    // the animation itself was made.
+    // Reading: the frames complete before a failure are kept, and the image held before stays
+    // until the animation itself is made.
     for (const char* name :
          {"im-one-pixel.gif", "im-comment.gif", "im-interlaced.gif", "im-gif87a.gif",
           "pil-anim-local-tables.gif", "pil-anim-transparent.gif", "gl-delay-dispose.gif",
           "gs-comment-noloop.gif"}) {
         const auto bytes = std::make_shared<Bytes>(read_corpus(name));
-        out.push_back({
-            name,
-            fill_proxy,
-            [=](qIMonitor* m) { return read_bytes(*proxy, *bytes, m);  },
-            proxy_seen,
-            proxy_seen,
-            true,
-            { -1, -9, 0},
-            {  1, 0}
-        });
+        add(
+            name, fill_proxy, [=](qIMonitor* m) { return read_bytes(*proxy, *bytes, m); },
+            proxy_seen, proxy_seen, true);
+        out.back().fail_codes = {-1, -9, 0};  // -9: the LZW output counts as undecodable data
+        out.back().stop_codes = {1, 0};
     }
     // Set and clone: -1 and an empty proxy, a null clone.
     const auto anim = gif("pil-anim-local-tables.gif");
     const auto* leaf = dynamic_cast<const qIIndexImage*>(anim->current_leaf());
-    out.push_back({"set from a proxy", fill_proxy,
-                   [=](qIMonitor*) { return proxy->Set(anim.get()); }, proxy_seen, nothing});
-    out.push_back({"set from an index image", fill_proxy,
-                   [=](qIMonitor*) { return proxy->Set(leaf); }, proxy_seen, nothing});
-    out.push_back({"set from true colour", fill_proxy,
-                   [=](qIMonitor*) { return proxy->Set(small.get()); }, proxy_seen, nothing});
-    out.push_back({"clone of an animation", [] {},
-                   [=](qIMonitor*) {
-                       std::unique_ptr<qIComponent> copy(anim->animation()->clone());
-                       return copy ? 0 : -1;
-                   },
-                   nothing, nothing});
-    // The quantizer front: nothing held after a failure; a failed prescan leaves the histogram.
+    add(
+        "set from a proxy", fill_proxy, [=](qIMonitor*) { return proxy->Set(anim.get()); },
+        proxy_seen, nothing);
+    add(
+        "set from an index image", fill_proxy, [=](qIMonitor*) { return proxy->Set(leaf); },
+        proxy_seen, nothing);
+    add(
+        "set from true colour", fill_proxy, [=](qIMonitor*) { return proxy->Set(small.get()); },
+        proxy_seen, nothing);
+    add(
+        "clone of an animation", [] {},
+        [=](qIMonitor*) {
+            return std::unique_ptr<qIComponent>(anim->animation()->clone()) ? 0 : -1;
+        },
+        nothing, nothing);
+    // The quantizer front: nothing held after a failure.
     auto quant = std::make_shared<std::unique_ptr<qColorQuantProxy>>();
-    const auto quant_seen = [=] { return palettes(**quant); };
-    const auto none_held = [] { return Rendering(2); };
-    out.push_back({"create_quantizer", [=] { quant->reset(new qColorQuantProxy); },
-                   [=](qIMonitor*) { return (*quant)->create_quantizer(); }, quant_seen,
-                   none_held});
-    const auto adaptive_seen = [=] {
+    const auto fresh_quant = [=](bool create) {
+        return [=] {
+            quant->reset(new qColorQuantProxy);
+            if (create) {
+                ASSERT_EQ((*quant)->create_quantizer(), 0);
+            }
+        };
+    };
+    const auto quant_seen = [=] {
         if ((*quant)->colormap()) {
             EXPECT_EQ((*quant)->select_colors(16, true), 0);
         }
         return palettes(**quant);
     };
-    out.push_back({"first prescan",
-                   [=] {
-                       quant->reset(new qColorQuantProxy);
-                       ASSERT_EQ((*quant)->create_quantizer(), 0);
-                   },
-                   [=](qIMonitor*) { return (*quant)->prescan_quantize(small.get(), 1); },
-                   adaptive_seen, none_held});
+    const auto none_held = [] { return Rendering(2); };
+    add(
+        "create_quantizer", fresh_quant(false),
+        [=](qIMonitor*) { return (*quant)->create_quantizer(); }, quant_seen, none_held);
+    add(
+        "first prescan", fresh_quant(true),
+        [=](qIMonitor*) { return (*quant)->prescan_quantize(small.get(), 1); }, quant_seen,
+        none_held);
     for (qCmapType kind : {CM_CUBE, CM_GRAY}) {
-        out.push_back({"fixed palette",
-                       [=] {
-                           quant->reset(new qColorQuantProxy);
-                           ASSERT_EQ((*quant)->create_quantizer(), 0);
-                       },
-                       [=](qIMonitor*) { return (*quant)->create_fixed_colormap(64, kind, true); },
-                       quant_seen, none_held});
+        add(
+            "fixed palette", fresh_quant(true),
+            [=](qIMonitor*) { return (*quant)->create_fixed_colormap(64, kind, true); }, quant_seen,
+            none_held);
     }
     // Mapping and dithering through the nearest-colour cache: rows are finished or untouched.
     auto cube = std::make_shared<qColorQuantProxy>();
     EXPECT_EQ(cube->create_fixed_colormap(27, CM_CUBE, true), 0);
     auto cache = std::make_shared<qGifColormap>();
     cache->attach(cube->fixed_colormap());
-    auto canvas = std::make_shared<Canvas>(qSize(40, 30));
     auto view = std::make_shared<qImageEdit>();
     auto source = std::make_shared<qImageAlias>();
     EXPECT_EQ(source->Bind(small.get()), 0);
-    const auto fresh_canvas = [=] {
-        *canvas = Canvas(canvas->size);
-        ASSERT_EQ(canvas->bind(*view), 0);
-    };
-    const auto canvas_seen = [=] { return canvas->rows(); };
     auto indices = std::make_shared<Canvas>(qSize(5, 11));  // rows of 20 bytes: 20 indices
     const auto fresh_indices = [=] {
         *indices = Canvas(indices->size);
         ASSERT_EQ(view->Bind(indices->pixels.data(), small->size(), 20, PT_INDEX8), 0);
     };
     const auto indices_seen = [=] { return indices->rows(); };
-    out.push_back({"map_colors", fresh_indices,
-                   [=, cube = cube](qIMonitor* m) {
-                       return view->map_colors(qRect(small->size()), source.get(), qPoint(),
-                                               cache.get(), false, m);
-                   },
-                   indices_seen, indices_seen, true});
-    out.push_back({"dither_colors", fresh_indices,
-                   [=, cube = cube](qIMonitor* m) {
-                       return view->dither_colors(qRect(small->size()), source.get(), qPoint(),
-                                                  cache.get(), false, 1.0f, 0.5f, m);
-                   },
-                   indices_seen, indices_seen, true});
+    const qRect area(small->size());
+    add(
+        "map_colors", fresh_indices,
+        [=, cube = cube](qIMonitor* m) {
+            return view->map_colors(area, source.get(), qPoint(), cache.get(), false, m);
+        },
+        indices_seen, indices_seen, true);
+    add(
+        "dither_colors", fresh_indices,
+        [=, cube = cube](qIMonitor* m) {
+            return view->dither_colors(area, source.get(), qPoint(), cache.get(), false, 1, 0.5f,
+                                       m);
+        },
+        indices_seen, indices_seen, true);
     // The facade's colour reduction replaces nothing when it fails or is stopped.
     const auto grey = std::make_shared<qColorQuantProxy>();
     EXPECT_EQ(grey->create_fixed_colormap(16, CM_GRAY, true), 0);
-    struct Reduction {
+    const auto transparent = gif("pil-anim-transparent.gif");
+    const qIColormap* given = grey->fixed_colormap();
+    const struct {
         const char* name;
         const qImageProxy* from;  // a GIF, else the true-colour picture
         qCmapType kind;
         qQuantizer quantizer;
         const qIColormap* map;  // the given-map form when set
+    } reductions[] = {
+        {   "adaptive, nearest",           nullptr, CM_ADAPTIVE,   QT_NEAREST, nullptr},
+        {  "adaptive, dithered",           nullptr, CM_ADAPTIVE, QT_DIFFUSION, nullptr},
+        {      "cube, dithered",           nullptr,     CM_CUBE, QT_DIFFUSION, nullptr},
+        {       "grey, nearest",           nullptr,     CM_GRAY,   QT_NEAREST, nullptr},
+        { "given map, dithered",           nullptr,     CM_CUBE, QT_DIFFUSION,   given},
+        { "gif frame, adaptive", transparent.get(), CM_ADAPTIVE, QT_DIFFUSION, nullptr},
+        {"gif frame, given map", transparent.get(),     CM_CUBE,   QT_NEAREST,   given},
     };
-    const auto transparent = gif("pil-anim-transparent.gif");
-    const auto* given = grey->fixed_colormap();
-    // clang-format off
-    const Reduction reductions[] = {
-        {"adaptive, nearest", nullptr, CM_ADAPTIVE, QT_NEAREST, nullptr},
-        {"adaptive, dithered", nullptr, CM_ADAPTIVE, QT_DIFFUSION, nullptr},
-        {"cube, dithered", nullptr, CM_CUBE, QT_DIFFUSION, nullptr},
-        {"grey, nearest", nullptr, CM_GRAY, QT_NEAREST, nullptr},
-        {"given map, dithered", nullptr, CM_CUBE, QT_DIFFUSION, given},
-        {"gif frame, adaptive", transparent.get(), CM_ADAPTIVE, QT_DIFFUSION, nullptr},
-        {"gif frame, given map", transparent.get(), CM_CUBE, QT_NEAREST, given},
-    };
-    // clang-format on
-    for (const Reduction& r : reductions) {
-        out.push_back({r.name,
-                       [=, grey = grey, transparent = transparent] {
-                           ASSERT_EQ(r.from ? proxy->Set(r.from) : proxy->Set(small.get()), 0);
-                       },
-                       [=](qIMonitor* m) {
-                           return r.map ? proxy->quantize_colors(r.map, r.quantizer, false, 1, 0, m)
-                                        : proxy->quantize_colors(16, r.kind, r.quantizer, false, 1,
-                                                                 0, 1, m);
-                       },
-                       proxy_seen, proxy_seen});
+    for (const auto& r : reductions) {
+        add(
+            r.name,
+            [=, grey = grey, transparent = transparent] {
+                ASSERT_EQ(r.from ? proxy->Set(r.from) : proxy->Set(small.get()), 0);
+            },
+            [=](qIMonitor* m) {
+                return r.map ? proxy->quantize_colors(r.map, r.quantizer, false, 1, 0, m)
+                             : proxy->quantize_colors(16, r.kind, r.quantizer, false, 1, 0, 1, m);
+            },
+            proxy_seen, proxy_seen);
     }
     auto colour = std::make_shared<qPixRA>();
-    out.push_back({"representative colour", fill_proxy,
-                   [=](qIMonitor*) {
-                       *colour = proxy->get_rep_color();
-                       return colour->alpha == 255 ? 0 : -1;
-                   },
-                   [=] {
-                       return Rendering{
-                           {colour->blue, colour->green, colour->red, colour->alpha}
-                       };
-                   },
-                   [] {
-                       return Rendering{
-                           {0, 0, 0, 0}
-                       };
-                   }});
+    add(
+        "representative colour", fill_proxy,
+        [=](qIMonitor*) {
+            *colour = proxy->get_rep_color();
+            return colour->alpha == 255 ? 0 : -1;
+        },
+        [=] {
+            return Rendering{
+                {colour->blue, colour->green, colour->red, colour->alpha}
+            };
+        },
+        [] {
+            return Rendering{
+                {0, 0, 0, 0}
+            };
+        });
     // Scaled drawing leaves the target untouched; a stopped scaled transfer finishes rows.
+    auto canvas = std::make_shared<Canvas>(qSize(40, 30));
+    const auto fresh_canvas = [=] {
+        *canvas = Canvas(canvas->size);
+        ASSERT_EQ(canvas->bind(*view), 0);
+    };
+    const auto canvas_seen = [=] { return canvas->rows(); };
     const auto still = gif("im-transparent.gif");
     for (const qImageProxy* from : {still.get(), anim.get()}) {
         for (const float scale : {2.0f, 0.5f, 0.75f}) {
-            out.push_back({"scaled draw", fresh_canvas,
-                           [=, still = still](qIMonitor*) {
-                               return from->Draw(view.get(), qRect(2, 1, 35, 27), qPoint(1, 2),
-                                                 scale, 3 * scale, false);
-                           },
-                           canvas_seen, canvas_seen});
+            add(
+                "scaled draw", fresh_canvas,
+                [=, still = still](qIMonitor*) {
+                    return from->Draw(view.get(), qRect(2, 1, 35, 27), qPoint(1, 2), scale,
+                                      3 * scale, false);
+                },
+                canvas_seen, canvas_seen);
         }
     }
-    out.push_back({"scaled transfer", fresh_canvas,
-                   [=](qIMonitor* m) {
-                       return view->ScaledBlt(qRect(canvas->size), source.get(), qPoint(), 2.5f,
-                                              1.5f, 1, BLT_OVER, 200, m);
-                   },
-                   canvas_seen, canvas_seen, true});
+    add(
+        "scaled transfer", fresh_canvas,
+        [=](qIMonitor* m) {
+            return view->ScaledBlt(qRect(canvas->size), source.get(), qPoint(), 2.5f, 1.5f, 1,
+                                   BLT_OVER, 200, m);
+        },
+        canvas_seen, canvas_seen, true);
     // Composing an animation: after a failure or a stop, the next call shows the right picture.
     for (const char* name :
          {"gl-delay-dispose.gif", "pil-anim-transparent.gif", "im-anim-dispose.gif"}) {
@@ -309,24 +314,27 @@ std::vector<Scenario> scenarios() {
         auto screen = std::make_shared<Canvas>(played->size());
         auto composer = std::make_shared<std::unique_ptr<qFrameComposer>>();
         const int last = played->num_frames() - 1;
-        out.push_back({name,
-                       [=] {
-                           *screen = Canvas(screen->size);
-                           ASSERT_EQ(screen->bind(*view), 0);
-                           composer->reset(new qFrameComposer);
-                           ASSERT_EQ((*composer)->begin(played->animation(), view.get()), 0);
-                       },
-                       [=](qIMonitor* m) { return (*composer)->compose_to(last, m); },
-                       [=] {
-                           EXPECT_EQ((*composer)->compose_to(last, nullptr), 0);
-                           return screen->rows();
-                       },
-                       [=] {
-                           qFrameComposer whole;
-                           EXPECT_EQ(whole.begin(played->animation(), view.get()), 0);
-                           EXPECT_EQ(whole.compose_to(last, nullptr), 0);
-                           return screen->rows();
-                       }});
+        const auto compose = [=](qFrameComposer& c, qIMonitor* m) {
+            EXPECT_EQ(c.begin(played->animation(), view.get()), 0);
+            return c.compose_to(last, m);
+        };
+        add(
+            name,
+            [=] {
+                *screen = Canvas(screen->size);
+                ASSERT_EQ(screen->bind(*view), 0);
+                composer->reset(new qFrameComposer);
+            },
+            [=](qIMonitor* m) { return compose(**composer, m); },
+            [=] {
+                EXPECT_EQ((*composer)->compose_to(last, nullptr), 0);
+                return screen->rows();
+            },
+            [=] {
+                qFrameComposer whole;
+                EXPECT_EQ(compose(whole, nullptr), 0);
+                return screen->rows();
+            });
     }
     return out;
 }
