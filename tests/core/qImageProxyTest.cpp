@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <memory>
+#include <random>
 #include <vector>
 
 #include "qimg/color/qColormap.h"
@@ -24,32 +25,25 @@ struct Placement {
     qPoint point;
     float scale;
 };
+
+// Bytes a third 0, a third 255 and a third in between; indices into a five-entry map.
 void make_direct(qDirectImage& image) {
+    std::mt19937 rng(3);
     ASSERT_EQ(image.Create_buffer(qSize(6, 4), PT_BGRA32, nullptr), 0);
-    const unsigned char alphas[] = {255, 0, 128, 255, 40, 255, 200};
-    for (int y = 0; y < 4; ++y) {
-        for (int x = 0; x < 6; ++x) {
-            unsigned char* p = image.pixel_address(y, x);
-            p[0] = static_cast<unsigned char>(40 * x);
-            p[1] = static_cast<unsigned char>(60 * y);
-            p[2] = static_cast<unsigned char>(17 * (x + y));
-            p[3] = alphas[(x + 6 * y) % 7];
-        }
-    }
+    for (int i = 0; i < 6 * 4 * 4; ++i)
+        image.pixel_address(i / 24, 0)[i % 24] = qref::random_alpha(rng);
 }
+
 void make_indexed(qIndexImage& image, qColormap& map) {
     ASSERT_EQ(map.create(5), 0);
-    for (int i = 0; i < 5; ++i) {
-        map.set_color(i, qPixRA{static_cast<unsigned char>(50 * i), 90,
-                                static_cast<unsigned char>(250 - 50 * i), 255});
-    }
+    for (int i = 0; i < 5; ++i)
+        map.set_color(i, qPixRA{static_cast<unsigned char>(50 * i), 90, 7, 255});
     ASSERT_EQ(image.Create_buffer(qSize(6, 4), PT_INDEX8), 0);
     ASSERT_EQ(image.set_colormap(&map, -1), 0);
-    for (int y = 0; y < 4; ++y) {
-        for (int x = 0; x < 6; ++x)
-            *image.pixel_address(y, x) = static_cast<unsigned char>((x + y) % 5);
-    }
+    for (int i = 0; i < 6 * 4; ++i)
+        image.pixel_address(i / 6, 0)[i % 6] = static_cast<unsigned char>(i * 7 % 5);
 }
+
 const Placement kPlacements[] = {
     {                       "in place", qPoint(0, 0),  qRect(2,  1,  8,  6), qPoint(0, 0), 1.0f},
     {           "offset, point inside", qPoint(3, 2),  qRect(0,  0, 12, 10), qPoint(1, 1), 1.0f},
