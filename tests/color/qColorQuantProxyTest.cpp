@@ -70,14 +70,4 @@ TEST(qColorQuantProxyTest, FixedPalettesForEverySize) {
     }
 }
 
-TEST(qColorQuantProxyTest, UnknownKindsAreRefused) {
-    for (int kind : {1, 3, -1}) {
-        qColorQuantProxy proxy;
-        ASSERT_EQ(proxy.create_quantizer(), 0);
-        EXPECT_EQ(proxy.create_fixed_colormap(16, static_cast<qCmapType>(kind), true), -6);
-        EXPECT_EQ(proxy.fixed_colormap()->num_colors(), 0);
-        EXPECT_EQ(proxy.select_colors(4, false), -5);  // the quantizer was released
-    }
-}
-
 }  // namespace

@@ -190,24 +190,4 @@ private:
     Bytes bytes_;
 };
 
-#ifdef QIMG_HAVE_GIFLIB
-}  // namespace gif_test
-#include <gif_lib.h>
-namespace gif_test {
-
-// giflib's input callback over bytes in memory, for the cross-checks against giflib.
-struct MemoryInput {
-    const Bytes* bytes;
-    size_t at;
-};
-
-inline int read_memory(GifFileType* gif, GifByteType* out, int n) {
-    auto* in = static_cast<MemoryInput*>(gif->UserData);
-    const size_t k = std::min(static_cast<size_t>(n), in->bytes->size() - in->at);
-    std::memcpy(out, in->bytes->data() + in->at, k);
-    in->at += k;
-    return static_cast<int>(k);
-}
-#endif
-
 }  // namespace gif_test

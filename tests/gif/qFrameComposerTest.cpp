@@ -14,8 +14,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "GifTestKit.h"
 #include "common/TestKit.h"
+#include "gif/GiflibReference.h"
 #include "qimg/core/qImageProxy.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/gif/qMemoryR.h"
@@ -23,75 +23,47 @@
 
 namespace {
 
-using gif_test::MemoryInput;
-using gif_test::read_memory;
 using qtest::Bytes;
 using qtest::read_file;
 
-// A graphic control counts for an image only when it is the last extension before it.
-GraphicsControlBlock control_of(const SavedImage& image) {
-    GraphicsControlBlock gcb{DISPOSAL_UNSPECIFIED, false, 0, NO_TRANSPARENT_COLOR};
-    const int n = image.ExtensionBlockCount;
-    if (n > 0 && image.ExtensionBlocks[n - 1].Function == GRAPHICS_EXT_FUNC_CODE) {
-        const ExtensionBlock& b = image.ExtensionBlocks[n - 1];
-        DGifExtensionToGCB(static_cast<size_t>(b.ByteCount), b.Bytes, &gcb);
-    }
-    return gcb;
-}
-
 // Every frame as the straightforward player shows it, BGRA rows of the screen width.
-std::vector<Bytes> play_with_giflib(const Bytes& file, int* width, int* height) {
-    MemoryInput in{&file, 0};
-    int error = 0;
-    GifFileType* gif = DGifOpen(&in, read_memory, &error);
-    std::vector<Bytes> shown;
-    if (!gif) return shown;
-    if (DGifSlurp(gif) != GIF_OK && gif->ImageCount == 0) {
-        DGifCloseFile(gif, &error);
-        return shown;
-    }
-    int w = gif->SWidth, h = gif->SHeight;
+std::vector<Bytes> play(const gif_test::Reference& ref, int* width, int* height) {
+    int w = ref.width, h = ref.height;
     if (w <= 0 || h <= 0) {  // an empty screen takes the first image's size
-        w = gif->SavedImages[0].ImageDesc.Width;
-        h = gif->SavedImages[0].ImageDesc.Height;
+        w = ref.frames[0].width;
+        h = ref.frames[0].height;
     }
     *width = w;
     *height = h;
+    std::vector<Bytes> shown;
     Bytes canvas(static_cast<size_t>(w) * h * 4, 0);
-    for (int i = 0; i < gif->ImageCount; ++i) {
-        const SavedImage& image = gif->SavedImages[i];
-        const GifImageDesc& d = image.ImageDesc;
-        const ColorMapObject* map = d.ColorMap ? d.ColorMap : gif->SColorMap;
-        const GraphicsControlBlock gcb = control_of(image);
+    for (const gif_test::ReferenceFrame& f : ref.frames) {
+        const std::vector<unsigned char>& map = f.local_rgb.empty() ? ref.global_rgb : f.local_rgb;
         const Bytes before = canvas;
-        const bool has_transparent = gcb.TransparentColor >= 0;
-        // Without a transparent index the frame is copied; palette entries past the table read
-        // as zero bytes, copied like any other colour.
-        for (int y = 0; y < d.Height; ++y) {
-            for (int x = 0; x < d.Width; ++x) {
-                const int sx = d.Left + x, sy = d.Top + y;
+        for (int y = 0; y < f.height; ++y) {
+            for (int x = 0; x < f.width; ++x) {
+                const int sx = f.left + x, sy = f.top + y;
                 if (sx >= w || sy >= h) continue;
-                const int index = image.RasterBits[static_cast<size_t>(y) * d.Width + x];
-                if (has_transparent && index == gcb.TransparentColor) continue;
+                const size_t index = f.indices[static_cast<size_t>(y) * f.width + x];
+                if (f.transparent >= 0 && index == static_cast<size_t>(f.transparent)) continue;
                 unsigned char* px = &canvas[(static_cast<size_t>(sy) * w + sx) * 4];
-                if (map && index < map->ColorCount) {
-                    const GifColorType c = map->Colors[index];
-                    px[0] = c.Blue, px[1] = c.Green, px[2] = c.Red, px[3] = 255;
-                } else if (!has_transparent) {
+                if (3 * index < map.size()) {
+                    px[0] = map[3 * index + 2], px[1] = map[3 * index + 1], px[2] = map[3 * index];
+                    px[3] = 255;
+                } else if (f.transparent < 0) {
                     std::memset(px, 0, 4);
                 }
             }
         }
         shown.push_back(canvas);
-        for (int y = d.Top; y < std::min(d.Top + d.Height, h); ++y) {
-            for (int x = d.Left; x < std::min(d.Left + d.Width, w); ++x) {
+        for (int y = f.top; y < std::min(f.top + f.height, h); ++y) {
+            for (int x = f.left; x < std::min(f.left + f.width, w); ++x) {
                 const size_t at = (static_cast<size_t>(y) * w + x) * 4;
-                if (gcb.DisposalMode == DISPOSE_BACKGROUND) std::memset(&canvas[at], 0, 4);
-                if (gcb.DisposalMode == DISPOSE_PREVIOUS) std::memcpy(&canvas[at], &before[at], 4);
+                if (f.disposal == DISPOSE_BACKGROUND) std::memset(&canvas[at], 0, 4);
+                if (f.disposal == DISPOSE_PREVIOUS) std::memcpy(&canvas[at], &before[at], 4);
             }
         }
     }
-    DGifCloseFile(gif, &error);
     return shown;
 }
 
@@ -106,8 +78,10 @@ TEST(qFrameComposerTest, EveryFrameOfEveryFileMatchesAStraightforwardPlayer) {
     for (const auto& path : test_files()) {
         SCOPED_TRACE(path.filename().string());
         const Bytes file = read_file(path);
+        gif_test::Reference ref;
+        ASSERT_TRUE(gif_test::slurp(file, &ref));
         int w = 0, h = 0;
-        const std::vector<Bytes> expected = play_with_giflib(file, &w, &h);
+        const std::vector<Bytes> expected = play(ref, &w, &h);
         ASSERT_FALSE(expected.empty());
 
         qMemoryR source(file.data(), static_cast<int>(file.size()));

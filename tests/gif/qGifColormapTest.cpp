@@ -62,25 +62,4 @@ TEST(qGifColormapTest, EveryCellFollowsThePruningAndSearchRule) {
     }
 }
 
-TEST(qGifColormapTest, MapColorSendsLowAlphaToTheTransparentEntry) {
-    qSafeColormap map;
-    map.set_color(0, rgba(255, 0, 0));
-    map.set_color(1, rgba(255, 255, 255, 0));
-    map.set_color(2, rgba(0, 0, 255));
-    qGifColormap cache;
-    cache.attach(&map);
-    EXPECT_EQ(cache.min_t_index(), 1);
-    EXPECT_EQ(cache.alpha_hint(), AT_BILEVEL);
-    EXPECT_EQ(cache.map_color(255, 255, 255, 127), 1);
-    EXPECT_EQ(cache.map_color(255, 0, 0, 0), 1);
-    EXPECT_EQ(cache.map_color(255, 255, 255, 128), 0);  // white is transparent: red is nearer
-    EXPECT_EQ(cache.map_color(0, 0, 250, 255), 2);
-
-    qSafeColormap opaque;
-    opaque.set_color(0, rgba(1, 2, 3));
-    cache.attach(&opaque);
-    EXPECT_EQ(cache.map_color(1, 2, 3, 0), -1);  // nothing to give a transparent pixel
-    EXPECT_EQ(cache.map_color(1, 2, 3, 200), 0);
-}
-
 }  // namespace

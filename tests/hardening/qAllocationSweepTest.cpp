@@ -118,19 +118,6 @@ std::shared_ptr<qImageProxy> gif(const char* name) {
     return proxy;
 }
 
-Rendering palettes(const qColorQuantProxy& quant) {
-    Rendering out;
-    for (const qIColormap* map : {quant.colormap(), quant.fixed_colormap()}) {
-        Bytes bytes;
-        for (int i = 0; map && i < map->num_colors(); ++i) {
-            const qPixRA c = map->get_color(i);
-            bytes.insert(bytes.end(), {c.blue, c.green, c.red, c.alpha});
-        }
-        out.push_back(bytes);
-    }
-    return out;
-}
-
 std::vector<Scenario> scenarios() {
     std::vector<Scenario> out;
     const auto add = [&](const char* name, auto prepare, auto run, auto look, auto untouched,
@@ -174,36 +161,6 @@ std::vector<Scenario> scenarios() {
             return std::unique_ptr<qIComponent>(anim->animation()->clone()) ? 0 : -1;
         },
         nothing, nothing);
-    // The quantizer front: nothing held after a failure.
-    auto quant = std::make_shared<std::unique_ptr<qColorQuantProxy>>();
-    const auto fresh_quant = [=](bool create) {
-        return [=] {
-            quant->reset(new qColorQuantProxy);
-            if (create) {
-                ASSERT_EQ((*quant)->create_quantizer(), 0);
-            }
-        };
-    };
-    const auto quant_seen = [=] {
-        if ((*quant)->colormap()) {
-            EXPECT_EQ((*quant)->select_colors(16, true), 0);
-        }
-        return palettes(**quant);
-    };
-    const auto none_held = [] { return Rendering(2); };
-    add(
-        "create_quantizer", fresh_quant(false),
-        [=](qIMonitor*) { return (*quant)->create_quantizer(); }, quant_seen, none_held);
-    add(
-        "first prescan", fresh_quant(true),
-        [=](qIMonitor*) { return (*quant)->prescan_quantize(small.get(), 1); }, quant_seen,
-        none_held);
-    for (qCmapType kind : {CM_CUBE, CM_GRAY}) {
-        add(
-            "fixed palette", fresh_quant(true),
-            [=](qIMonitor*) { return (*quant)->create_fixed_colormap(64, kind, true); }, quant_seen,
-            none_held);
-    }
     // Mapping and dithering through the nearest-colour cache: rows are finished or untouched.
     auto cube = std::make_shared<qColorQuantProxy>();
     EXPECT_EQ(cube->create_fixed_colormap(27, CM_CUBE, true), 0);
