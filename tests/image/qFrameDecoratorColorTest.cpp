@@ -129,29 +129,21 @@ TEST(qFrameDecoratorColorTest, FacadeMatchesAReferenceBuiltFromThePieces) {
         const qIColormap& palette = *quant.colormap();
         ASSERT_EQ(entries(*proxy.colormap()), entries(palette));
 
-        std::vector<int> expected;
-        if (c.quantizer == QT_NEAREST) {
-            for (int y = 0; y < picture.height(); ++y) {
-                for (int x = 0; x < picture.width(); ++x) {
-                    const qPixRA p = picture.at(x, y);
-                    expected.push_back(!c.opaque && p.alpha == 0
-                                           ? palette.min_t_index()
-                                           : qtest::cache_nearest(palette, p.red, p.green, p.blue));
-                }
-            }
-        } else {
-            std::vector<unsigned char> out(static_cast<size_t>(picture.width()) * picture.height());
-            qImageEdit view;
-            ASSERT_EQ(view.Bind(out.data(), picture.size(), picture.width(), PT_INDEX8), 0);
-            qImageAlias source;
-            ASSERT_EQ(source.Bind(&picture), 0);
-            auto cache = std::make_unique<qGifColormap>();
-            cache->attach(&palette);
-            ASSERT_EQ(view.dither_colors(qRect(picture.size()), &source, qPoint(), cache.get(),
-                                         c.opaque, c.color_strength, c.alpha_strength, nullptr),
-                      0);
-            expected.assign(out.begin(), out.end());
-        }
+        // The row mappers run by hand through a nearest-colour cache of that palette.
+        std::vector<unsigned char> out(static_cast<size_t>(picture.width()) * picture.height());
+        qImageEdit view;
+        ASSERT_EQ(view.Bind(out.data(), picture.size(), picture.width(), PT_INDEX8), 0);
+        qImageAlias source;
+        ASSERT_EQ(source.Bind(&picture), 0);
+        qGifColormap cache;
+        cache.attach(&palette);
+        const qRect area(picture.size());
+        ASSERT_EQ(c.quantizer == QT_NEAREST
+                      ? view.map_colors(area, &source, qPoint(), &cache, c.opaque, nullptr)
+                      : view.dither_colors(area, &source, qPoint(), &cache, c.opaque,
+                                           c.color_strength, c.alpha_strength, nullptr),
+                  0);
+        const std::vector<int> expected(out.begin(), out.end());
         const std::vector<int> got = leaf_indices(*leaf);
         ASSERT_EQ(got.size(), expected.size());
         for (size_t k = 0; k < got.size(); ++k) ASSERT_EQ(got[k], expected[k]) << "pixel " << k;
