@@ -139,31 +139,6 @@ TEST(qHeckbertQuantizerTest, FewColoursComeBackExactly) {
     }
 }
 
-TEST(qHeckbertQuantizerTest, CountNeverPassesThePalette) {
-    std::mt19937 rng(5);
-    BgraImage image(64, 64);
-    for (int y = 0; y < 64; ++y)
-        for (int x = 0; x < 64; ++x) image.at(x, y) = qtest::random_colour(rng);
-    struct Case {
-        int n;
-        bool transparent;
-        int colours;
-    };
-    // clang-format off
-    const Case cases[] = {{256, false, 256}, {257, true, 255}, {1000, false, 256}, {1000, true, 255},
-                          {2147483647, true, 255}, {16, true, 15}, {16, false, 16}};
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.n << (c.transparent ? " +t" : ""));
-        const auto got = quantize(image, c.n, c.transparent);
-        ASSERT_EQ(static_cast<int>(got.size()), c.colours + (c.transparent ? 1 : 0));
-        for (int i = 0; i < c.colours; ++i) EXPECT_EQ(got[static_cast<size_t>(i)].alpha, 255);
-        if (c.transparent) {
-            EXPECT_EQ(got.back(), kTransparentWhite);
-        }
-    }
-}
-
 TEST(qHeckbertQuantizerTest, IndexedImagesAreReadThroughTheirPalette) {
     qSafeColormap palette;
     palette.set_color(0, rgba(10, 10, 10));

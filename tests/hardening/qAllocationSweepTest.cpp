@@ -14,7 +14,6 @@
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qMonitor.h"
-#include "qimg/gif/qGifColormap.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"
 
@@ -161,34 +160,9 @@ std::vector<Scenario> scenarios() {
             return std::unique_ptr<qIComponent>(anim->animation()->clone()) ? 0 : -1;
         },
         nothing, nothing);
-    // Mapping and dithering through the nearest-colour cache: rows are finished or untouched.
-    auto cube = std::make_shared<qColorQuantProxy>();
-    EXPECT_EQ(cube->create_fixed_colormap(27, CM_CUBE, true), 0);
-    auto cache = std::make_shared<qGifColormap>();
-    cache->attach(cube->fixed_colormap());
     auto view = std::make_shared<qImageEdit>();
     auto source = std::make_shared<qImageAlias>();
     EXPECT_EQ(source->Bind(small.get()), 0);
-    auto indices = std::make_shared<Canvas>(qSize(5, 11));  // rows of 20 bytes: 20 indices
-    const auto fresh_indices = [=] {
-        *indices = Canvas(indices->size);
-        ASSERT_EQ(view->Bind(indices->pixels.data(), small->size(), 20, PT_INDEX8), 0);
-    };
-    const auto indices_seen = [=] { return indices->rows(); };
-    const qRect area(small->size());
-    add(
-        "map_colors", fresh_indices,
-        [=, cube = cube](qIMonitor* m) {
-            return view->map_colors(area, source.get(), qPoint(), cache.get(), false, m);
-        },
-        indices_seen, indices_seen, true);
-    add(
-        "dither_colors", fresh_indices,
-        [=, cube = cube](qIMonitor* m) {
-            return view->dither_colors(area, source.get(), qPoint(), cache.get(), false, 1, 0.5f,
-                                       m);
-        },
-        indices_seen, indices_seen, true);
     // The facade's colour reduction replaces nothing when it fails or is stopped.
     const auto grey = std::make_shared<qColorQuantProxy>();
     EXPECT_EQ(grey->create_fixed_colormap(16, CM_GRAY, true), 0);

@@ -163,40 +163,6 @@ TEST(qBitBltTest, OverlappingCopyInOneBufferKeepsTheSource) {
                            buffer.begin() + 3 * w * 4));
 }
 
-TEST(qBitBltTest, HostileRectanglesNeverTouchOutsideTheViews) {
-    const int big = INT_MAX, small = INT_MIN;
-    const qRect rects[] = {
-        {    small, small,   big,   big},
-        {      big,   big,   big,   big},
-        {      -10,   -10,   big,   big},
-        {small + 1,     0,   big,     3},
-        {  big - 2,     0,     5,     5},
-        {        0,     0,    -5,     3},
-        {        2,     2, small, small},
-        {     -big,  -big,   big,   big}
-    };
-    const qPoint points[] = {
-        {      0,     0},
-        {  small, small},
-        {    big,   big},
-        {     -3,   big},
-        {big - 1,    -2},
-        {  small,     1}
-    };
-    std::mt19937 rng(11);
-    Image src(PT_BGRA32, 6, 5), dst(PT_BGRA32, 7, 4);
-    qref::fill_random(src, rng);
-    qref::fill_random(dst, rng);
-    for (const qRect& rect : rects) {
-        for (const qPoint& pos : points) {
-            EXPECT_EQ(
-                qref::compare_transfer(dst, src, rect, pos, 1, 1, false, BLT_OVER, 255, false), "")
-                << rect.x << "," << rect.y << "," << rect.width << "," << rect.height << " from "
-                << pos.x << "," << pos.y;
-        }
-    }
-}
-
 // ---- FillRect --------------------------------------------------------------------------------
 
 // Random rectangles and colours (grey, uniform or not) on rows of several widths, against a plain

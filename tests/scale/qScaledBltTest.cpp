@@ -65,20 +65,28 @@ TEST(qScaledBltTest, WideRowsMatchTheReference) {
     });
 }
 
-// Rectangles, points and factors at the ends of their ranges: never a byte outside the views.
+// Rectangles, points and factors at the ends of their ranges, through the block transfer
+// (BitBlt) and the scaled one: never a byte outside the views.
 TEST(qScaledBltTest, HostileRectanglesAndFactors) {
+    const int big = INT_MAX, small = INT_MIN;
     const qRect rects[] = {
-        {    INT_MIN, INT_MIN, INT_MAX, INT_MAX},
-        {    INT_MAX, INT_MAX, INT_MAX, INT_MAX},
-        {        -10,     -10, INT_MAX, INT_MAX},
-        {          0,       0, INT_MIN,       4},
-        {INT_MAX - 3,       0,      10,      10}
+        {    small, small,   big,   big},
+        {      big,   big,   big,   big},
+        {      -10,   -10,   big,   big},
+        {small + 1,     0,   big,     3},
+        {  big - 2,     0,     5,     5},
+        {        0,     0,    -5,     3},
+        {        2,     2, small, small},
+        {     -big,  -big,   big,   big},
+        {        0,     0, small,     4}
     };
     const qPoint points[] = {
-        {      0,       0},
-        {INT_MIN, INT_MIN},
-        {INT_MAX, INT_MAX},
-        {INT_MIN,       3}
+        {      0,     0},
+        {  small, small},
+        {    big,   big},
+        {     -3,   big},
+        {big - 1,    -2},
+        {  small,     1}
     };
     std::mt19937 rng(13);
     Image src(PT_BGRA32, 6, 5), dst(PT_BGRA32, 7, 4);
@@ -86,12 +94,12 @@ TEST(qScaledBltTest, HostileRectanglesAndFactors) {
     qref::fill_random(dst, rng);
     for (const qRect& rect : rects) {
         for (const qPoint& pos : points) {
-            for (float f : {1e-30f, 1e30f, 1e-45f, 3e38f, 0.5f, 2.0f}) {
-                EXPECT_EQ(qref::compare_transfer(dst, src, rect, pos, f, 1.0f / f, true, BLT_OVER,
-                                                 200, false),
+            for (float f : {0.0f, 1e-30f, 1e30f, 1e-45f, 3e38f, 0.5f, 2.0f}) {
+                EXPECT_EQ(qref::compare_transfer(dst, src, rect, pos, f, f ? 1.0f / f : 1, f != 0,
+                                                 BLT_OVER, f ? 200 : 255, false),
                           "")
                     << rect.x << "," << rect.y << "," << rect.width << "," << rect.height
-                    << " from " << pos.x << "," << pos.y << " factor " << f;
+                    << " from " << pos.x << "," << pos.y << " factor " << f << " (0: BitBlt)";
             }
         }
     }
