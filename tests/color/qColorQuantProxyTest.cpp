@@ -1,3 +1,4 @@
+// The fixed palettes (grey ramps and colour cubes) of every size against a plain model.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -12,21 +13,11 @@ using qtest::rgba;
 // The fixed palettes written out plainly: a grey ramp of n levels, or the largest listed cube
 // within n (red slowest, blue fastest), then the transparent white when asked for.
 std::vector<qPixRA> fixed_palette(int n, qCmapType kind, bool transparent) {
-    static const int cubes[][3] = {
-        {6, 6, 6},
-        {6, 6, 5},
-        {5, 6, 5},
-        {5, 5, 5},
-        {5, 5, 4},
-        {4, 5, 4},
-        {4, 4, 4},
-        {4, 4, 3},
-        {3, 4, 3},
-        {3, 3, 3},
-        {3, 3, 2},
-        {2, 3, 2},
-        {2, 2, 2}
-    };
+    // clang-format off
+    static const int cubes[][3] = {{6, 6, 6}, {6, 6, 5}, {5, 6, 5}, {5, 5, 5}, {5, 5, 4}, {4, 5, 4},
+                                   {4, 4, 4}, {4, 4, 3}, {3, 4, 3}, {3, 3, 3}, {3, 3, 2}, {2, 3, 2},
+                                   {2, 2, 2}};
+    // clang-format on
     const auto level = [](int j, int levels) {
         return (255 * j + (levels - 1) / 2) / (levels - 1);
     };
