@@ -36,13 +36,14 @@ BgraImage from_pixels(const std::vector<qPixRA>& pixels) {
     return image;
 }
 
-// One pixel per listed cell; green stands for cell coordinate g as 8 * g.
+// One pixel per listed cell (red, green, blue cell coordinates), at the cell's lowest colour.
 BgraImage cells(std::initializer_list<std::array<int, 3>> list) {
     std::vector<qPixRA> pixels;
     for (const auto& c : list) pixels.push_back(rgba(8 * c[0], 8 * c[1], 8 * c[2]));
     return from_pixels(pixels);
 }
 
+// The greens of the cases below: a colour with red and blue 0.
 qPixRA g(int green) {
     return rgba(0, green, 0);
 }
@@ -51,43 +52,30 @@ qPixRA g(int green) {
 // while twice the box count is at most n, then by volume; the lowest-numbered box wins ties),
 // where ((min + max) / 2), on which axis, and that the new box takes the next entry.
 TEST(qHeckbertQuantizerTest, MedianCutRules) {
-    const BgraImage near_far = cells({
-        {0,  0, 0},
-        {0,  1, 0},
-        {0,  2, 0},
-        {0,  3, 0},
-        {0, 20, 0},
-        {0, 31, 0}
-    });
-    const BgraImage two_pairs = cells({
-        {0,  0, 0},
-        {0,  2, 0},
-        {0, 29, 0},
-        {0, 31, 0}
-    });
-    const BgraImage red_or_green = cells({
-        {0, 0, 0},
-        {3, 0, 0},
-        {3, 2, 0}
-    });
-    struct Case {
+    // clang-format off
+    const BgraImage near_far =
+        cells({{0, 0, 0}, {0, 1, 0}, {0, 2, 0}, {0, 3, 0}, {0, 20, 0}, {0, 31, 0}});
+    const BgraImage two_pairs = cells({{0, 0, 0}, {0, 2, 0}, {0, 29, 0}, {0, 31, 0}});
+    const BgraImage red_or_green = cells({{0, 0, 0}, {3, 0, 0}, {3, 2, 0}});
+    const struct Case {
         const char* name;
         const BgraImage& image;
         int n;
         std::vector<qPixRA> palette;
     } cases[] = {
-  // Split at 15: {0..3} and {20, 31}. The four-cell box is split next (by count), at 1;
-  // then the widest box, at 25.
-        {    "count first, then volume",           near_far,  4,     {g(4), g(160), g(20), g(248)}},
-        {"one box less: volume at once",           near_far,  3,           {g(12), g(160), g(248)}},
-        {            "two cells a side",           near_far,  2,                   {g(12), g(204)}},
- // Split at 15: {0, 2} and {29, 31}, equal in count and in volume: box 0 goes first.
-        {                  "volume tie",          two_pairs,  3,             {g(0), g(240), g(16)}},
-        {      "count tie, then volume",          two_pairs,  4,     {g(0), g(232), g(16), g(248)}},
- // Spans: red 3 * 16 = 48, green 2 * 24 = 48: green wins, split at 1.
-        {      "axis tie goes to green",       red_or_green,  2, {rgba(12, 0, 0), rgba(24, 16, 0)}},
-        {             "no box to split", cells({{5, 6, 7}}), 16,                {rgba(40, 48, 56)}},
+        // Split at 15: {0..3} and {20, 31}. The four-cell box is split next (by count), at 1;
+        // then the widest box, at 25.
+        {"count first, then volume", near_far, 4, {g(4), g(160), g(20), g(248)}},
+        {"one box less: volume at once", near_far, 3, {g(12), g(160), g(248)}},
+        {"two cells a side", near_far, 2, {g(12), g(204)}},
+        // Split at 15: {0, 2} and {29, 31}, equal in count and in volume: box 0 goes first.
+        {"volume tie", two_pairs, 3, {g(0), g(240), g(16)}},
+        {"count tie, then volume", two_pairs, 4, {g(0), g(232), g(16), g(248)}},
+        // Spans: red 3 * 16 = 48, green 2 * 24 = 48: green wins, split at 1.
+        {"axis tie goes to green", red_or_green, 2, {rgba(12, 0, 0), rgba(24, 16, 0)}},
+        {"no box to split", cells({{5, 6, 7}}), 16, {rgba(40, 48, 56)}},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(quantize(c.image, c.n, false), c.palette);
