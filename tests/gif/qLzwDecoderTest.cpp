@@ -16,7 +16,6 @@ struct Decoded {
     // -1 when a feed failed, else 0 when the end code was seen (by a feed or by finish), else 1.
     int last_status = 1;
     Bytes output;
-    std::vector<int> statuses;
 };
 
 // Feeds `data` in pieces of `piece` bytes (0: all at once), then finishes.
@@ -28,7 +27,6 @@ Decoded decode(const Bytes& data, int m, unsigned expected, size_t piece = 0) {
     for (size_t at = 0; at < data.size() && result.last_status == 1; at += piece) {
         const size_t n = std::min(piece, data.size() - at);
         result.last_status = decoder.feed(data.data() + at, static_cast<int>(n));
-        result.statuses.push_back(result.last_status);
     }
     if (result.last_status >= 0) {
         decoder.finish();

@@ -40,15 +40,10 @@ Bytes work(const Bytes& gif) {
     out.insert(out.end(), canvas.begin(), canvas.end());
     out.push_back(static_cast<unsigned char>(
         proxy.quantize_colors(32, CM_ADAPTIVE, QT_DIFFUSION, false, 1.0f, 0.0f, 1, nullptr)));
-    const qSize scaled(screen.width * 2 + 3, screen.height + 5);
-    Bytes big(static_cast<size_t>(scaled.width) * scaled.height * 4, 0x55);
-    qImageEdit big_view;
-    big_view.Bind(big.data(), scaled, scaled.width * 4, PT_BGRA32);
+    // The reduced frame drawn at 2.25 x 1, over what the composer left.
     out.push_back(static_cast<unsigned char>(
-        proxy.Draw(&big_view, qRect(scaled), qPoint(1, 1), 2.25f, 1.0f, false)));
-    out.push_back(static_cast<unsigned char>(
-        proxy.Draw(&big_view, qRect(3, 3, 40, 40), qPoint(), 0.5f, 0.5f, true)));
-    out.insert(out.end(), big.begin(), big.end());
+        proxy.Draw(&view, qRect(screen), qPoint(1, 1), 2.25f, 1.0f, false)));
+    out.insert(out.end(), canvas.begin(), canvas.end());
     return out;
 }
 
