@@ -67,15 +67,11 @@ std::vector<Bytes> play(const gif_test::Reference& ref, int* width, int* height)
     return shown;
 }
 
-std::vector<std::filesystem::path> test_files() {
+TEST(qFrameComposerTest, EveryFrameOfEveryFileMatchesAStraightforwardPlayer) {
     std::vector<std::filesystem::path> files = qtest::corpus_files();
     files.push_back(std::filesystem::path(QIMG_GIF_CORPUS) /
                     "../../../examples/data/qimg-sample.gif");
-    return files;
-}
-
-TEST(qFrameComposerTest, EveryFrameOfEveryFileMatchesAStraightforwardPlayer) {
-    for (const auto& path : test_files()) {
+    for (const auto& path : files) {
         SCOPED_TRACE(path.filename().string());
         const Bytes file = read_file(path);
         gif_test::Reference ref;

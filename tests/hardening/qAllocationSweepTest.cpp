@@ -195,23 +195,16 @@ std::vector<Scenario> scenarios() {
             },
             proxy_seen, proxy_seen);
     }
-    auto colour = std::make_shared<qPixRA>();
+    // The representative colour: transparent black without its working memory.
+    auto colour = std::make_shared<Bytes>();
     add(
         "representative colour", fill_proxy,
         [=](qIMonitor*) {
-            *colour = proxy->get_rep_color();
-            return colour->alpha == 255 ? 0 : -1;
+            const qPixRA c = proxy->get_rep_color();
+            *colour = {c.blue, c.green, c.red, c.alpha};
+            return c.alpha == 255 ? 0 : -1;
         },
-        [=] {
-            return Rendering{
-                {colour->blue, colour->green, colour->red, colour->alpha}
-            };
-        },
-        [] {
-            return Rendering{
-                {0, 0, 0, 0}
-            };
-        });
+        [=] { return Rendering(1, *colour); }, [] { return Rendering(1, Bytes(4, 0)); });
     // Scaled drawing leaves the target untouched; a stopped scaled transfer finishes rows.
     auto canvas = std::make_shared<Canvas>(qSize(40, 30));
     const auto fresh_canvas = [=] {

@@ -284,40 +284,4 @@ TEST(MalformedGif, TerminatorsTrailersAndExtensions) {
     EXPECT_EQ(animation->loop_count(), 1000);
 }
 
-// Every prefix of three real files: -3 (cut short) while no frame is complete, else 0 with the
-// complete frames, each as in the whole file.
-TEST(MalformedGif, EveryTruncationOfThreeFiles) {
-    for (const char* name :
-         {"im-transparent.gif", "pil-noise-2-interlaced.gif", "gl-delay-dispose.gif"}) {
-        SCOPED_TRACE(name);
-        const Bytes whole = hardening::read_corpus(name);
-        qImageProxy full;
-        ASSERT_EQ(read_bytes(full, whole), 0);
-        const hardening::Rendering reference = hardening::render(full);
-        int frames_before = 0;
-        for (size_t n = 0; n < whole.size(); ++n) {
-            SCOPED_TRACE(n);
-            const Bytes prefix(whole.begin(), whole.begin() + static_cast<long>(n));
-            qImageProxy proxy;
-            const int rc = read_bytes(proxy, prefix);
-            const int frames = proxy.num_frames();
-            if (rc != 0) {
-                // Cut before the end of the screen descriptor: no screen, -1 (see above).
-                ASSERT_EQ(rc, n < 13 ? -1 : -3);
-                ASSERT_EQ(frames, 0);
-                ASSERT_EQ(frames_before, 0);
-                continue;
-            }
-            ASSERT_GE(frames, frames_before);
-            ASSERT_LE(frames, full.num_frames());
-            if (frames != frames_before) {
-                const hardening::Rendering got = hardening::render(proxy);
-                ASSERT_TRUE(std::equal(got.begin(), got.end(), reference.begin()));
-            }
-            frames_before = frames;
-        }
-        EXPECT_EQ(frames_before, full.num_frames());
-    }
-}
-
 }  // namespace

@@ -96,14 +96,12 @@ TEST(qFrameDecoratorColorTest, FacadeMatchesAReferenceBuiltFromThePieces) {
         float color_strength, alpha_strength;
         unsigned char min_alpha;
     };
-    const Case cases[] = {
-        {256,   QT_NEAREST, false,  1.0f, 0.0f,   1},
-        { 16,   QT_NEAREST,  true,  1.0f, 0.0f,   1},
-        { 16,   QT_NEAREST, false,  1.0f, 0.0f, 128},
-        {256, QT_DIFFUSION,  true,  1.0f, 0.0f,   1},
-        { 16, QT_DIFFUSION, false, 0.75f, 0.5f,   1},
-        {  5, QT_DIFFUSION, false,  1.0f, 0.0f,   1},
-    };
+    // clang-format off
+    const Case cases[] = {{256, QT_NEAREST, false, 1, 0, 1},   {16, QT_NEAREST, true, 1, 0, 1},
+                          {16, QT_NEAREST, false, 1, 0, 128},  {256, QT_DIFFUSION, true, 1, 0, 1},
+                          {5, QT_DIFFUSION, false, 1, 0, 1},
+                          {16, QT_DIFFUSION, false, 0.75f, 0.5f, 1}};
+    // clang-format on
     std::mt19937 rng(5);
     BgraImage picture = test_picture(67, 45, true, 9);
     for (int k = 0; k < 200; ++k) {  // some partial alphas

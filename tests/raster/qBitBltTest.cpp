@@ -107,14 +107,11 @@ TEST(qBitBltTest, SameTypeCopyMovesEveryByte) {
         qPixelType type;
         int width, height, dst_col;
     };
-    const Case cases[] = {
-        {PT_BGRA32,    3,    5, 1},
-        {PT_BGRA32,   97,    9, 3},
-        { PT_BGR24,  171,    4, 1},
-        {PT_BGRA32, 1500, 1500, 0},
-        { PT_BGR24, 1777, 1601, 0},
-        {PT_BGRA32,   64,    3, 0}
-    };
+    // clang-format off
+    const Case cases[] = {{PT_BGRA32, 3, 5, 1},       {PT_BGRA32, 97, 9, 3},
+                          {PT_BGR24, 171, 4, 1},      {PT_BGRA32, 1500, 1500, 0},
+                          {PT_BGR24, 1777, 1601, 0},  {PT_BGRA32, 64, 3, 0}};
+    // clang-format on
     qref::for_each_kernel_tier([&](int tier) {
         for (const Case& c : cases) {
             SCOPED_TRACE(testing::Message()
