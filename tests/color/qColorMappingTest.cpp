@@ -29,13 +29,11 @@ struct Mapped {
     std::vector<unsigned char> indices;
 };
 
-enum class Mapper { kNearest, kDiffusion };
-
 // A class of its own: the mappers ask it through the interface (their generic path) instead of
 // reading a plain qGifColormap's cache inline.
 struct DerivedCache : qGifColormap {};
 
-Mapped map_image(const qIImageBuffer& image, const qIColormap& palette, Mapper mapper, bool opaque,
+Mapped map_image(const qIImageBuffer& image, const qIColormap& palette, bool dither, bool opaque,
                  float color_strength = 1.0f, float alpha_strength = 0.0f, bool generic = false) {
     const qSize size = image.size();
     Mapped out{0, std::vector<unsigned char>(static_cast<size_t>(size.width) * size.height, 0xEE)};
@@ -49,10 +47,9 @@ Mapped map_image(const qIImageBuffer& image, const qIColormap& palette, Mapper m
     cache.attach(&palette);
     const qIExColormap* map = &cache;
     const qRect area(size);
-    out.status = mapper == Mapper::kNearest
-                     ? destination.map_colors(area, &source, qPoint(), map, opaque, nullptr)
-                     : destination.dither_colors(area, &source, qPoint(), map, opaque,
-                                                 color_strength, alpha_strength, nullptr);
+    out.status = !dither ? destination.map_colors(area, &source, qPoint(), map, opaque, nullptr)
+                         : destination.dither_colors(area, &source, qPoint(), map, opaque,
+                                                     color_strength, alpha_strength, nullptr);
     return out;
 }
 
@@ -79,10 +76,10 @@ TEST(qColorMappingTest, ColoursOfThePaletteComeBackExactly) {
             expected.push_back(static_cast<unsigned char>(index));
         }
     }
-    for (Mapper mapper : {Mapper::kNearest, Mapper::kDiffusion}) {
+    for (bool dither : {false, true}) {
         for (float alpha_strength : {0.0f, 1.0f}) {
-            SCOPED_TRACE(testing::Message() << (mapper == Mapper::kNearest) << alpha_strength);
-            const Mapped got = map_image(image, cube, mapper, false, 1.0f, alpha_strength);
+            SCOPED_TRACE(testing::Message() << dither << alpha_strength);
+            const Mapped got = map_image(image, cube, dither, false, 1.0f, alpha_strength);
             ASSERT_EQ(got.status, 0);
             EXPECT_EQ(got.indices, expected);
         }
@@ -156,11 +153,11 @@ TEST(qColorMappingTest, DiffusionAndNearestMatchAStraightforwardReference) {
         SCOPED_TRACE(testing::Message()
                      << "round " << round << " opaque " << opaque << " cs " << cs << " as " << as);
         const std::vector<unsigned char> expected = reference_dither(image, map, opaque, cs, as);
-        const Mapped cached = map_image(image, map, Mapper::kDiffusion, opaque, cs, as, round % 2);
+        const Mapped cached = map_image(image, map, true, opaque, cs, as, round % 2);
         ASSERT_EQ(cached.status, 0);
         EXPECT_EQ(cached.indices, expected);
         // Without diffusion the mapper is the nearest colour of each pixel alone.
-        EXPECT_EQ(map_image(image, map, Mapper::kNearest, opaque, 1, 0, round % 2).indices,
+        EXPECT_EQ(map_image(image, map, false, opaque, 1, 0, round % 2).indices,
                   reference_dither(image, map, opaque, 0.0f, 0.0f));
     }
 }

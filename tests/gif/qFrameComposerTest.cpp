@@ -92,6 +92,7 @@ TEST(qFrameComposerTest, EveryFrameOfEveryFileMatchesAStraightforwardPlayer) {
         qImageEdit canvas;
         ASSERT_EQ(canvas.Bind(pixels.data(), qSize(w, h), w * 4, PT_BGRA32), 0);
         qFrameComposer composer;
+        EXPECT_EQ(composer.begin(nullptr, &canvas), -5);
         ASSERT_EQ(composer.begin(animation, &canvas), 0);
         for (int i = 0; i < animation->num_frames(); ++i) {
             ASSERT_EQ(composer.compose_to(i, nullptr), 0) << "frame " << i;

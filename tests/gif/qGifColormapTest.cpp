@@ -26,12 +26,10 @@ std::vector<PaletteCase> palettes() {
         cases.push_back(std::move(c));
     };
     add("random 256", 256, [&](int) { return qtest::random_colour(rng); });
-    add("random 7", 7, [&](int) { return qtest::random_colour(rng); });
     add("one entry", 1, [&](int) { return rgba(10, 200, 30); });
     add("with transparent entries", 40,
         [&](int i) { return qtest::random_colour(rng, i % 3 == 0 ? 0 : 255); });
     add("duplicates", 24, [&](int i) { return rgba(i % 8 * 30, 7, 200 - i % 8); });
-    add("all transparent", 5, [&](int) { return qtest::random_colour(rng, 0); });
     add("grid", 64, [&](int i) { return rgba((i & 3) * 64, ((i >> 2) & 3) * 64, (i >> 4) * 64); });
     add("partial alphas", 30, [&](int i) { return qtest::random_colour(rng, i * 8 + 1); });
     return cases;

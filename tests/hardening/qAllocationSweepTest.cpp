@@ -142,7 +142,7 @@ std::vector<Scenario> scenarios() {
         out.back().fail_codes = {-1, -9, 0};  // -9: the LZW output counts as undecodable data
         out.back().stop_codes = {1, 0};
     }
-    // Set and clone: -1 and an empty proxy, a null clone.
+    // Set (a deep copy of an animation from another proxy): -1 and an empty proxy.
     const auto anim = gif("pil-anim-local-tables.gif");
     const auto* leaf = dynamic_cast<const qIIndexImage*>(anim->current_leaf());
     add(
@@ -154,12 +154,6 @@ std::vector<Scenario> scenarios() {
     add(
         "set from true colour", fill_proxy, [=](qIMonitor*) { return proxy->Set(small.get()); },
         proxy_seen, nothing);
-    add(
-        "clone of an animation", [] {},
-        [=](qIMonitor*) {
-            return std::unique_ptr<qIComponent>(anim->animation()->clone()) ? 0 : -1;
-        },
-        nothing, nothing);
     auto view = std::make_shared<qImageEdit>();
     auto source = std::make_shared<qImageAlias>();
     EXPECT_EQ(source->Bind(small.get()), 0);

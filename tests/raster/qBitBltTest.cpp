@@ -201,9 +201,11 @@ TEST(qFillRectTest, HugeFillPaintsEveryPixel) {
     const int w = 2051, h = 2049;
     const size_t bytes = static_cast<size_t>(w) * h * 4;
     const unsigned char colour[4] = {1, 2, 3, 4};
-    Bytes memory(bytes + 8, 0xEE);
+    Bytes memory(bytes + 40, 0xEE);
+    // 4 bytes past a 32-byte boundary: 7 pixels before the first vector block, and a tail after.
+    const size_t aligned = (32 - reinterpret_cast<uintptr_t>(memory.data()) % 32) % 32;
     qref::for_each_kernel_tier([&](int tier) {
-        for (size_t start : {size_t{4}, size_t{1}}) {
+        for (size_t start : {aligned + 4, aligned + 1}) {
             SCOPED_TRACE(testing::Message() << "tier " << tier << ", start " << start);
             std::fill(memory.begin(), memory.end(), 0xEE);
             qImageEdit view;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "qimg/raster/qImageAlias.h"
+#include "raster/qBlitReference.h"
 
 namespace {
 
@@ -26,6 +27,10 @@ TEST(qImageAliasTest, RowsAndColumnsForAnyStrideAndPixelSize) {
         {       PT_GRAY8, 7,  7},
         {              5, 9,  0}
     };  // 5: no storage size
+    EXPECT_EQ(view.Bind(static_cast<const qIImageBuffer*>(nullptr)), -5);
+    qref::Image negative(PT_BGRA32, 3, -1);  // a buffer claiming -1 rows
+    std::unique_ptr<qIImageBuffer> holder;
+    EXPECT_EQ(qref::bind(view, negative, holder), -1);
     for (const auto& c : cases) {
         ASSERT_EQ(view.Bind(memory.data(), qSize(4, 2), 32, static_cast<qPixelType>(c.type)), 0);
         EXPECT_EQ(view.pixel_address(1, c.column), memory.data() + 32 + c.offset) << c.type;

@@ -92,6 +92,12 @@ TEST(qScaledBltTest, HostileRectanglesAndFactors) {
     Image src(PT_BGRA32, 6, 5), dst(PT_BGRA32, 7, 4);
     qref::fill_random(src, rng);
     qref::fill_random(dst, rng);
+    std::unique_ptr<qIImageBuffer> holder;
+    qImageEdit to;
+    qImageAlias unbound;  // no pixels: nothing to draw, and no error
+    ASSERT_EQ(qref::bind(to, dst, holder), 0);
+    EXPECT_EQ(to.ScaledBlt(qRect(0, 0, 4, 4), &unbound, qPoint(), 2, 2, 1, BLT_COPY, 255, nullptr),
+              0);
     for (const qRect& rect : rects) {
         for (const qPoint& pos : points) {
             for (float f : {0.0f, 1e-30f, 1e30f, 1e-45f, 3e38f, 0.5f, 2.0f}) {

@@ -18,10 +18,6 @@ namespace {
 
 using qtest::Bytes;
 
-Bytes read_file(const std::string& name) {
-    return qtest::read_file(std::string(QIMG_GIF_CORPUS) + "/" + name);
-}
-
 // What one caller does with one input: read it, compose every frame, reduce the current frame's
 // colours with dithering and draw it scaled; every status and every pixel goes into the result.
 Bytes work(const Bytes& gif) {
@@ -50,7 +46,7 @@ Bytes work(const Bytes& gif) {
 TEST(ThreadSafety, DistinctObjectsOnDistinctThreadsFromOneSharedInput) {
     for (const char* name : {"pil-anim-transparent.gif", "gs-interlaced.gif"}) {
         SCOPED_TRACE(name);
-        const Bytes gif = read_file(name);
+        const Bytes gif = qtest::read_file(std::string(QIMG_GIF_CORPUS) + "/" + name);
         ASSERT_FALSE(gif.empty());
         const Bytes alone = work(gif);
         ASSERT_GT(alone.size(), 1000u);
