@@ -9,7 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "bench_summary.h"
+
 namespace {
+
+std::vector<BenchSummary>& summaries() {
+    static std::vector<BenchSummary> registered;
+    return registered;
+}
 
 // Remembers the "Mpix/s" counter of every run while printing as usual.
 class RateCollector : public benchmark::ConsoleReporter {
@@ -28,7 +35,7 @@ public:
         }
         ConsoleReporter::ReportRuns(runs);
     }
-    std::map<std::string, double> rates;
+    BenchRates rates;
 
 private:
     std::set<std::string> medians_;
@@ -44,6 +51,11 @@ bool split(const std::string& name, std::string* family, std::string* rest) {
 }
 
 }  // namespace
+
+bool register_bench_summary(BenchSummary summary) {
+    summaries().push_back(summary);
+    return true;
+}
 
 int main(int argc, char** argv) {
     // Other programs share this machine, so by default every benchmark is repeated in random
@@ -86,5 +98,6 @@ int main(int argc, char** argv) {
         }
         std::printf("\n");
     }
+    for (BenchSummary summary : summaries()) summary(collector.rates);
     return 0;
 }

@@ -11,20 +11,17 @@
 //                                  time)
 //   GifDecodePeakMemory            heap in use while qimg reads the largest corpus file
 #include <benchmark/benchmark.h>
-#include <gif_lib.h>
 #include <malloc.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "gif_decoders.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifFrame.h"
@@ -48,59 +45,11 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
 struct Input {
     std::string name;
     Bytes bytes;
     int64_t frame_pixels = 0;  // sum of every frame's width x height
 };
-
-Bytes read_file(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-int64_t qimg_decode(const Bytes& bytes) {
-    qGifAnimation animation;
-    qMemoryR source(bytes.data(), bytes.size());
-    animation.read(&source, nullptr);
-    int64_t pixels = 0;
-    for (int i = 0; i < animation.num_frames(); ++i) {
-        const qRect r = animation.frame(i)->frame_rect();
-        pixels += int64_t{r.width} * r.height;
-    }
-    return pixels;
-}
-
-struct MemoryInput {
-    const Bytes* bytes;
-    size_t at;
-};
-
-int giflib_read(GifFileType* gif, GifByteType* out, int n) {
-    auto* in = static_cast<MemoryInput*>(gif->UserData);
-    const size_t k = std::min(static_cast<size_t>(n), in->bytes->size() - in->at);
-    std::memcpy(out, in->bytes->data() + in->at, k);
-    in->at += k;
-    return static_cast<int>(k);
-}
-
-int64_t giflib_decode(const Bytes& bytes) {
-    MemoryInput input{&bytes, 0};
-    int error = 0;
-    GifFileType* gif = DGifOpen(&input, giflib_read, &error);
-    if (gif == nullptr) return 0;
-    int64_t pixels = 0;
-    if (DGifSlurp(gif) == GIF_OK) {
-        for (int i = 0; i < gif->ImageCount; ++i) {
-            pixels +=
-                int64_t{gif->SavedImages[i].ImageDesc.Width} * gif->SavedImages[i].ImageDesc.Height;
-        }
-    }
-    DGifCloseFile(gif, &error);
-    return pixels;
-}
 
 int64_t stb_decode(const Bytes& bytes) {
     int* delays = nullptr;

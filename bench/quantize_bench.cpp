@@ -20,9 +20,9 @@
 #include <vector>
 
 #include "qimg/color/qColorQuantProxy.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qImageBuffer.h"
-#include "qimg/core/qImageProxy.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/raster/qImageEdit.h"
 
 // Private copy of the decoder: static functions only, so another benchmark file may include its

@@ -13,11 +13,11 @@
 #include <cstdlib>
 #include <memory>
 
-#include "qimg/color/qIColormap.h"
-#include "qimg/core/qImageProxy.h"
 #include "qimg/core/qMonitor.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qMemoryR.h"
+#include "qimg/palette/qIColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {

@@ -18,10 +18,10 @@
 #include <vector>
 
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qSafeColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qImageBuffer.h"
-#include "qimg/core/qImageProxy.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/facade/qImageProxy.h"
+#include "qimg/palette/qSafeColormap.h"
 #include "qimg/raster/qImageEdit.h"
 #include "tests/common/ReadOnlyIndexImage.h"
 

@@ -1,9 +1,10 @@
 #include "qimg/color/qColorQuantProxy.h"
 
 #include "qimg/color/qHeckbertQuantizer.h"
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 
@@ -33,14 +34,14 @@ constexpr CubeShape kCubes[] = {
     {150, 5, 6, 5},
     {125, 5, 5, 5},
     {100, 5, 5, 4},
-    { 80, 4, 5, 4},
-    { 64, 4, 4, 4},
-    { 48, 4, 4, 3},
-    { 36, 3, 4, 3},
-    { 27, 3, 3, 3},
-    { 18, 3, 3, 2},
-    { 12, 2, 3, 2},
-    {  8, 2, 2, 2},
+    {80,  4, 5, 4},
+    {64,  4, 4, 4},
+    {48,  4, 4, 3},
+    {36,  3, 4, 3},
+    {27,  3, 3, 3},
+    {18,  3, 3, 2},
+    {12,  2, 3, 2},
+    {8,   2, 2, 2},
 };
 
 // Writes from index `next`; returns the next free index.
@@ -85,17 +86,17 @@ void qColorQuantProxy::release() {
 int qColorQuantProxy::create_quantizer() {
     release();
     quantizer_ = q_new<qHeckbertQuantizer>();
-    return quantizer_ ? 0 : -1;
+    return quantizer_ ? 0 : ST_NO_MEMORY;
 }
 
 int qColorQuantProxy::prescan_quantize(const qIImageBuffer* image, unsigned char min_alpha) {
-    if (!quantizer_ || !image) return -5;
+    if (!quantizer_ || !image) return ST_BAD_ARGUMENT;
     const qSize size = image->size();
     return quantizer_->prescan(image, qRect(0, 0, size.width, size.height), min_alpha);
 }
 
 int qColorQuantProxy::select_colors(int n, bool add_transparent) {
-    return quantizer_ ? quantizer_->select_colors(n, add_transparent) : -5;
+    return quantizer_ ? quantizer_->select_colors(n, add_transparent) : ST_BAD_ARGUMENT;
 }
 
 const qIColormap* qColorQuantProxy::colormap() const {
@@ -109,8 +110,8 @@ const qIColormap* qColorQuantProxy::fixed_colormap() const {
 int qColorQuantProxy::create_fixed_colormap(int n, qCmapType kind, bool add_transparent) {
     release();
     fixed_ = q_new<qSafeColormap>();
-    if (!fixed_) return -1;
-    if (kind != CM_CUBE && kind != CM_GRAY) return -6;
+    if (!fixed_) return ST_NO_MEMORY;
+    if (kind != CM_CUBE && kind != CM_GRAY) return ST_UNSUPPORTED;
 
     if (add_transparent) n -= 1;
     const int room = qSafeColormap::kCapacity - (add_transparent ? 1 : 0);

@@ -30,16 +30,16 @@ public:
     qColorQuantProxy& operator=(const qColorQuantProxy&) = delete;
 
     // Drops what the proxy held and starts a new median-cut quantizer with an empty histogram.
-    // 0; -1 when it cannot be allocated (the proxy then holds nothing).
+    // ST_OK; ST_NO_MEMORY when it cannot be allocated (the proxy then holds nothing).
     int create_quantizer();
     // Adds every pixel of `image` whose alpha is at least `min_alpha` to the histogram.
-    // 0; -1 no memory; -5 no quantizer (create_quantizer not called, or a fixed map held), null
-    // image, or an indexed image without colour map; -6 a pixel type other than PT_BGRA32 and
-    // PT_INDEX8. A failed call leaves the histogram unchanged.
+    // ST_OK; ST_NO_MEMORY; ST_BAD_ARGUMENT no quantizer (create_quantizer not called, or a fixed
+    // map held), null image, or an indexed image without colour map; ST_UNSUPPORTED a pixel type
+    // other than PT_BGRA32 and PT_INDEX8. A failed call leaves the histogram unchanged.
     int prescan_quantize(const qIImageBuffer* image, unsigned char min_alpha);
     // Chooses at most n entries, the last of them transparent white when add_transparent
-    // (see qHeckbertQuantizer::select_colors). 0; -5 without a quantizer or before the first
-    // successful prescan_quantize.
+    // (see qHeckbertQuantizer::select_colors). ST_OK; ST_BAD_ARGUMENT without a quantizer or before
+    // the first successful prescan_quantize.
     int select_colors(int n, bool add_transparent);
     // The quantizer's palette; null without a quantizer or before the first prescan.
     const qIColormap* colormap() const;
@@ -53,8 +53,8 @@ public:
     //            n < 1.
     // With add_transparent one of the n places goes to a last entry, white with alpha 0.
     // n is clamped to the room of the 256-entry map (255 places plus the transparent entry).
-    // 0; -1 no memory (nothing held); -6 any other kind, CM_ADAPTIVE included (an empty map
-    // is then held).
+    // ST_OK; ST_NO_MEMORY (nothing held); ST_UNSUPPORTED any other kind, CM_ADAPTIVE included (an
+    // empty map is then held).
     int create_fixed_colormap(int n, qCmapType kind, bool add_transparent);
     // The map built by create_fixed_colormap; null when the proxy holds none.
     const qIColormap* fixed_colormap() const;

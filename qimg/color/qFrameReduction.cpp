@@ -1,6 +1,7 @@
 #include "qimg/color/qColorQuantProxy.h"
 #include "qimg/color/qFrameReductionPriv.h"
-#include "qimg/color/qIColormap.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/palette/qIColormap.h"
 
 int q_generate_palette(qColorQuantProxy& quant, const qIImageBuffer* image, int num_colors,
                        qCmapType cmap_type, bool opaque, unsigned char min_alpha,
@@ -9,7 +10,7 @@ int q_generate_palette(qColorQuantProxy& quant, const qIImageBuffer* image, int 
     // The palette holds a transparent entry exactly when transparency is to be kept.
     const bool add_transparent = !opaque;
     if (cmap_type == CM_ADAPTIVE) {
-        if (!image) return -5;
+        if (!image) return ST_BAD_ARGUMENT;
         int rc = quant.create_quantizer();
         if (rc == 0) rc = quant.prescan_quantize(image, min_alpha);
         if (rc == 0) rc = quant.select_colors(num_colors, add_transparent);
@@ -20,7 +21,7 @@ int q_generate_palette(qColorQuantProxy& quant, const qIImageBuffer* image, int 
         if (rc != 0) return rc;
         palette = quant.fixed_colormap();
     }
-    return palette ? 0 : -5;
+    return palette ? 0 : ST_BAD_ARGUMENT;
 }
 
 qPixRA q_representative_color(const qIImageBuffer* image) {

@@ -15,12 +15,13 @@ class qIImageBuffer;
 
 // Makes the palette of a generated-palette reduction in `quant`:
 //   CM_ADAPTIVE  median cut of `image` (pixels of alpha >= min_alpha), up to num_colors entries;
-//   otherwise    the fixed cube or grey ramp of num_colors entries (-6 for an unknown kind).
+//   otherwise    the fixed cube or grey ramp of num_colors entries (ST_UNSUPPORTED for an unknown
+//   kind).
 // With `opaque` false the last entry is transparent white and the colours take the other places.
 // Sizes above the 256-entry room are clamped by the quantizer front. On 0, `palette` is the
-// front's map (borrowed: it lives as long as `quant` holds it). -5 for CM_ADAPTIVE without an
-// image; the front's codes otherwise (-1 no memory, -5 an indexed image without colour map,
-// -6 an unsupported pixel type).
+// front's map (borrowed: it lives as long as `quant` holds it). ST_BAD_ARGUMENT for CM_ADAPTIVE
+// without an image; the front's codes otherwise (ST_NO_MEMORY, ST_BAD_ARGUMENT an indexed image
+// without colour map, ST_UNSUPPORTED an unsupported pixel type).
 int q_generate_palette(qColorQuantProxy& quant, const qIImageBuffer* image, int num_colors,
                        qCmapType cmap_type, bool opaque, unsigned char min_alpha,
                        const qIColormap*& palette);

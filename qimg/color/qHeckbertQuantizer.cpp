@@ -39,9 +39,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 
@@ -227,14 +228,14 @@ qHeckbertQuantizer::~qHeckbertQuantizer() {
 }
 
 int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned char min_alpha) {
-    if (!image) return -5;
+    if (!image) return ST_BAD_ARGUMENT;
     const qPixelType type = image->pixel_type();
     const qIColormap* source_map = nullptr;
     if (type == PT_INDEX8) {
         const auto* indexed = dynamic_cast<const qIIndexImage*>(image);
-        if (!indexed || !(source_map = indexed->colormap())) return -5;
+        if (!indexed || !(source_map = indexed->colormap())) return ST_BAD_ARGUMENT;
     } else if (type != PT_BGRA32) {
-        return -6;
+        return ST_UNSUPPORTED;
     }
     // Everything is checked before the first pixel is counted, so a failed prescan leaves the
     // histogram as it was.
@@ -243,7 +244,7 @@ int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned
         area = qRect();
     } else if (area.x < 0 || area.y < 0 || int64_t{area.x} + area.width > size.width ||
                int64_t{area.y} + area.height > size.height || !rows_addressable(image, area)) {
-        return -5;
+        return ST_BAD_ARGUMENT;
     }
 
     if (!histogram_ || !palette_) {
@@ -256,7 +257,7 @@ int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned
             delete[] histogram_;
             palette_ = nullptr;
             histogram_ = nullptr;
-            return -1;
+            return ST_NO_MEMORY;
         }
     }
 
@@ -286,14 +287,14 @@ int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned
 }
 
 int qHeckbertQuantizer::select_colors(int n, bool add_transparent) {
-    if (!histogram_ || !palette_) return -5;
+    if (!histogram_ || !palette_) return ST_BAD_ARGUMENT;
     if (add_transparent) n -= 1;
     const int room = kMaxBoxes - (add_transparent ? 1 : 0);
     if (n > room) n = room;
 
     Box boxes[kMaxBoxes];
     boxes[0] = Box{
-        { 0,  0,  0},
+        {0,  0,  0 },
         {31, 31, 31},
         0, 0
     };

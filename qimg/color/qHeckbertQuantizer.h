@@ -31,14 +31,15 @@ public:
     qHeckbertQuantizer(const qHeckbertQuantizer&) = delete;
     qHeckbertQuantizer& operator=(const qHeckbertQuantizer&) = delete;
 
-    // The first call allocates the histogram and the palette (-1 when either cannot be had,
-    // nothing kept). The area must lie inside the image (else -5, nothing counted).
+    // The first call allocates the histogram and the palette (ST_NO_MEMORY when either cannot be
+    // had, nothing kept). The area must lie inside the image (else ST_BAD_ARGUMENT, nothing
+    // counted).
     int prescan(const qIImageBuffer* image, qRect area, unsigned char min_alpha) override;
     // Writes the chosen colours into the palette from entry 0 (the palette is not cleared, so
     // entries past the new ones stay from an earlier call), then the transparent white entry
     // when asked. n is clamped to the room of the 256-entry palette: at most 256 colours, or
     // 255 plus the transparent entry; n of 1 or less still gives one colour. A histogram with
-    // no counted pixel gives opaque black. 0; -5 before any successful prescan.
+    // no counted pixel gives opaque black. ST_OK; ST_BAD_ARGUMENT before any successful prescan.
     int select_colors(int n, bool add_transparent) override;
     const qIColormap* colormap() const override;
 

@@ -14,12 +14,12 @@ class QIMG_API qIColorQuantizer {
 public:
     virtual ~qIColorQuantizer();
     // Adds the pixels of `area` whose alpha is at least `min_alpha` to the colour statistics;
-    // every call adds to the same statistics. 0; -1 no memory; -5 null image, an area the image
-    // does not cover, or an indexed image without colour map; -6 a pixel type other than
-    // PT_BGRA32 and PT_INDEX8. After a failure the statistics are as they were.
+    // every call adds to the same statistics. ST_OK; ST_NO_MEMORY; ST_BAD_ARGUMENT null image, an
+    // area the image does not cover, or an indexed image without colour map; ST_UNSUPPORTED a pixel
+    // type other than PT_BGRA32 and PT_INDEX8. After a failure the statistics are as they were.
     virtual int prescan(const qIImageBuffer* image, qRect area, unsigned char min_alpha) = 0;
     // Chooses at most n colours (n - 1 plus a transparent white entry when add_transparent)
-    // for the pixels prescanned so far. 0; -5 when nothing was prescanned yet.
+    // for the pixels prescanned so far. ST_OK; ST_BAD_ARGUMENT when nothing was prescanned yet.
     virtual int select_colors(int n, bool add_transparent) = 0;
     // The palette built so far; null before the first successful prescan. Owned by the
     // quantizer.

@@ -1,7 +1,7 @@
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qAllocationHookPriv.h"
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 namespace {
 thread_local long g_count = 0;
 thread_local long g_fail_at = 0;

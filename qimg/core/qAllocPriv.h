@@ -1,7 +1,7 @@
 // qAllocPriv.h: the library's one allocation choke point.
 //
 // Every allocation of the library goes through these helpers; none throws. A failed allocation
-// gives null, which the caller turns into status -1. Builds with QIMG_ALLOCATION_HOOK add a
+// gives null, which the caller turns into ST_NO_MEMORY. Builds with QIMG_TEST_HOOKS add a
 // test-only hook (qAllocationHookPriv.h) that makes the Nth allocation fail, so tests can walk
 // every failure path; without it the check compiles to nothing.
 #pragma once
@@ -11,7 +11,7 @@
 #include <new>
 #include <utility>
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 // Counts the request (and its bytes) and answers whether it is the one to fail.
 bool q_allocation_refused(std::size_t bytes) noexcept;
 #else

@@ -1,12 +1,12 @@
 // qAllocationHookPriv.h: test-only control of the allocation choke point.
 //
-// Present only in builds with QIMG_ALLOCATION_HOOK (the `make test` build). The state is per
+// Present only in builds with QIMG_TEST_HOOKS (the `make test` build). The state is per
 // thread, so tests on different threads do not disturb each other.
 #pragma once
 
 #include "qimg/core/qExport.h"
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 // Restarts the counts of allocations and bytes on this thread at 0 and makes allocation number `n`
 // (1-based) fail; n <= 0 lets every allocation through.
 QIMG_API void qimg_fail_allocation(long n);

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "qimg/core/qNoValuePriv.h"
 #include "qimg/core/qPixel.h"
 
 constexpr int64_t q_min(int64_t a, int64_t b) {
@@ -31,9 +32,9 @@ constexpr int q_saturate(int64_t v) {
 // product exceeds INT_MAX: such a buffer is refused like a size with no value.
 inline int q_buffer_bytes(int width, int height, qPixelType type) {
     const int stride = row_bytes(width, type);
-    if (stride <= 0 || height <= 0) return -1;
+    if (stride <= 0 || height <= 0) return kNoValue;
     const int64_t total = int64_t{stride} * height;
-    return total > std::numeric_limits<int>::max() ? -1 : static_cast<int>(total);
+    return total > std::numeric_limits<int>::max() ? kNoValue : static_cast<int>(total);
 }
 
 // A floating-point value truncated toward zero to an int, saturated at the ends of the int range

@@ -26,9 +26,11 @@ public:
     // component is not valid.
     virtual qIComponent* clone() const = 0;
     // Draws into `target`: `rect` is the target area to fill; `point` is the position in the
-    // component's image (scaled by the factors) whose pixel lands on rect's top-left corner;
-    // factors 1.0 give an unscaled copy; `opaque` asks for a plain copy ignoring transparency.
-    // 0 or a negative status.
+    // component's image (magnified by the scale factors) whose pixel lands on rect's top-left
+    // corner; the area is clipped to both, sampled nearest-neighbour when scaled; factors 1.0
+    // give an unscaled copy; `opaque` asks for a plain copy ignoring transparency. ST_OK;
+    // ST_BAD_ARGUMENT for a null target; otherwise the codes of the transfer into the view
+    // (qImageEdit::BitBlt, ScaledBlt), such as ST_UNSUPPORTED for a target it cannot draw into.
     virtual int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
                      bool opaque) const = 0;
     // The component holds a usable image.
@@ -56,21 +58,32 @@ public:
 class QIMG_API qIFrame : public qIComponent {
 public:
     ~qIFrame() override;
-    // Reduces the image to a generated palette of at most `num_colors` entries (a colour cube,
-    // grey ramp or median-cut choice) and maps the pixels to it; quantizer 0 maps to the
-    // nearest entry, any other value diffuses the error; `opaque` makes a palette without a
-    // transparent entry; the strengths scale the diffused colour and alpha error; `min_alpha` is
-    // the lowest alpha the median-cut histogram counts.
+    // Colour reduction: the image becomes 8-bit indices into a palette of its own.
+    //
+    // Generated palette: CM_ADAPTIVE is a median cut of the image's pixels whose alpha is at
+    // least `min_alpha`, CM_CUBE a colour cube, CM_GRAY a grey ramp, each of at most
+    // `num_colors` entries, the last one transparent white when `opaque` is false (sizes above
+    // 256 are clamped to the palette's room); then the given-map form with that palette.
+    // ST_UNSUPPORTED for any other cmap_type.
     virtual int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer,
                                 bool opaque, float color_strength, float alpha_strength,
                                 unsigned char min_alpha, qIMonitor* monitor) = 0;
-    // Maps the image to a copy of `colormap` (the caller keeps its map).
+    // Given map: every pixel is mapped to a copy of `colormap` (the caller keeps its object), to
+    // the nearest entry with QT_NEAREST, else with error diffusion (`color_strength`; an
+    // `alpha_strength` above 0 diffuses alpha too). With `opaque` false, transparent pixels take
+    // the map's first alpha-0 entry.
+    //
+    // Both forms: ST_OK; ST_CANCELLED when the monitor stopped the mapping; ST_BAD_ARGUMENT for
+    // a component without a valid image, a null map or one outside 1..256 entries (CM_GRAY with
+    // num_colors < 1 and `opaque` true makes an empty one); ST_UNMAPPABLE for a pixel without
+    // index (a transparent pixel and a map without alpha-0 entry); ST_NO_MEMORY. Whatever fails,
+    // the image stays as it was.
     virtual int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                                 float color_strength, float alpha_strength, qIMonitor* monitor) = 0;
-    // 0, or -100 where the frame keeps no screen size of its own.
+    // 0, or ST_NOT_IMPLEMENTED where the frame keeps no screen size of its own.
     virtual int set_screen_size(qSize size) = 0;
-    // Position of the frame's image on the logical screen; 0 (-5 from an animation without a
-    // current frame).
+    // Position of the frame's image on the logical screen; 0 (ST_BAD_ARGUMENT from an animation
+    // without a current frame).
     virtual int set_offset(qPoint offset) = 0;
     virtual qPoint offset() const = 0;
     // A representative colour of the image; (0, 0, 0, 0) when it cannot be worked out.
@@ -92,7 +105,7 @@ public:
     // The current frame becomes 0 and the count of completed passes 0.
     virtual void rewind() = 0;
     // Origin 1 counts from the current frame, 2 from num_frames(), anything else from 0. An
-    // index inside the frames becomes current (0); otherwise nothing changes (-5).
+    // index inside the frames becomes current (0); otherwise nothing changes (ST_BAD_ARGUMENT).
     virtual int seek_frame(int position, int origin) = 0;
     // Advances the cursor, wrapping after the last frame and counting passes; unless `endless`,
     // once the passes reach a positive loop count the cursor stays on the last frame and the

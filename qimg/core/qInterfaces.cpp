@@ -3,10 +3,11 @@
 #include "qimg/core/qComponent.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qIndexColor.h"
+#include "qimg/core/qNoValuePriv.h"
 
 qIComponent::~qIComponent() = default;
 int qIComponent::pixel_index(qPoint) const {
-    return -1;
+    return kNoValue;
 }
 qILeaf::~qILeaf() = default;
 qIFrame::~qIFrame() = default;

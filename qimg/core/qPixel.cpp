@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "qimg/core/qNoValuePriv.h"
+
 int bits_per_pixel(qPixelType type) {
     switch (type) {
         case PT_BGRA32:
@@ -22,8 +24,8 @@ int bits_per_pixel(qPixelType type) {
 
 int row_bytes(int width, qPixelType type) {
     const int bits = bits_per_pixel(type);
-    if (bits == 0 || width <= 0) return -1;
+    if (bits == 0 || width <= 0) return kNoValue;
     // ((bits * width + 31) / 32) * 4, in 64 bits: bits * width alone can pass 2^31.
     const int64_t stride = (int64_t{bits} * width + 31) / 32 * 4;
-    return stride > std::numeric_limits<int>::max() ? -1 : static_cast<int>(stride);
+    return stride > std::numeric_limits<int>::max() ? kNoValue : static_cast<int>(stride);
 }

@@ -23,7 +23,7 @@ struct qPixRA {
 static_assert(sizeof(qPixRA) == 4, "qPixRA is exactly one 32-bit pixel");
 
 // How one pixel is stored. Any other value (0 included) has no storage size: buffers of it are
-// refused (-6).
+// refused (ST_UNSUPPORTED).
 enum qPixelType : int {
     PT_BGRA32 = 1,        // 32 bits: blue, green, red, alpha
     PT_BGR24 = 2,         // 24 bits: blue, green, red; opaque
@@ -42,5 +42,5 @@ QIMG_API int bits_per_pixel(qPixelType type);
 // -1 when the type has no size, when width <= 0, or when the stride would not fit in 32 bits.
 // Examples: 10 pixels of PT_BGR24 take 32 bytes, 3 of PT_GRAY8 take 4.
 // A buffer holds stride * height bytes; where the library creates one, a product above
-// 2^31 - 1 is refused as a size with no value (-6).
+// 2^31 - 1 is refused as a size with no value (ST_UNSUPPORTED).
 QIMG_API int row_bytes(int width, qPixelType type);

@@ -22,14 +22,14 @@ enum qComponentType : int {
     CT_INDEX_IMAGE = 6,   // qIndexImage and qColorIndexImage
 };
 
-// How the block transfer puts source pixels into the destination. Other values give -6.
+// How the block transfer puts source pixels into the destination. Other values give ST_UNSUPPORTED.
 enum qBltMode : int {
     BLT_COPY = 1,   // convert and copy; source alpha copied, not applied; opacity ignored
     BLT_OVER = 2,   // composite over the destination by source alpha (opacity: PT_BGRA32 targets)
     BLT_BLEND = 3,  // blend by source alpha times opacity; a PT_BGRA32 target takes that alpha
 };
 
-// Which palette a generated-palette colour reduction builds. Other values give -6.
+// Which palette a generated-palette colour reduction builds. Other values give ST_UNSUPPORTED.
 enum qCmapType : int {
     CM_CUBE = 0,      // a fixed colour cube sized to the requested count
     CM_ADAPTIVE = 1,  // chosen by median cut from the image's own pixels

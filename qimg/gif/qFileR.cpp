@@ -3,6 +3,7 @@
 #include <climits>
 
 #include "qimg/core/qCheckedMathPriv.h"
+#include "qimg/core/qNoValuePriv.h"
 
 qIFileR::~qIFileR() = default;
 
@@ -34,10 +35,10 @@ int qFileR::size() {
 }
 
 int qFileR::seek(int offset, int origin) {
-    if (file_ == nullptr) return -1;
-    if (std::fseek(file_, offset, origin) != 0) return -1;
+    if (file_ == nullptr) return kNoValue;
+    if (std::fseek(file_, offset, origin) != 0) return kNoValue;
     const long position = std::ftell(file_);
-    return position < 0 || position > INT_MAX ? -1 : static_cast<int>(position);
+    return position < 0 || position > INT_MAX ? kNoValue : static_cast<int>(position);
 }
 
 int qFileR::read(void* buffer, int count) {

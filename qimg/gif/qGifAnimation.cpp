@@ -1,8 +1,10 @@
 #include "qimg/gif/qGifAnimation.h"
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qNoValuePriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/gif/qGifFrame.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 // Growth steps of the frame and comment lists, and of the bytes of one comment.
@@ -30,37 +32,37 @@ void qGifAnimation::reset() {
 }
 
 int qGifAnimation::copy_from(const qGifAnimation* source) {
-    if (source == this) return valid() ? 0 : -5;
+    if (source == this) return valid() ? 0 : ST_BAD_ARGUMENT;
     reset();
-    if (source == nullptr || !source->valid()) return -5;
+    if (source == nullptr || !source->valid()) return ST_BAD_ARGUMENT;
     int rc = 0;
     if (source->global_colormap_ != nullptr) {
         global_colormap_ = q_new<qColormap>();
-        rc = global_colormap_ == nullptr ? -1
+        rc = global_colormap_ == nullptr ? ST_NO_MEMORY
                                          : global_colormap_->copy_from(source->global_colormap_);
     }
     for (int i = 0; rc == 0 && i < source->frames_.count(); ++i) {
         qGifFrame* frame = q_new<qGifFrame>();
         if (frame == nullptr) {
-            rc = -1;
+            rc = ST_NO_MEMORY;
             break;
         }
         rc = frame->copy_from(source->frames_[i], global_colormap_);
-        if (rc == 0 && !frames_.append(frame)) rc = -1;
+        if (rc == 0 && !frames_.append(frame)) rc = ST_NO_MEMORY;
         if (rc != 0) delete frame;
     }
     for (int i = 0; rc == 0 && i < source->comments_.count(); ++i) {
         const qObjArray<char>* from = source->comments_[i];
         qObjArray<char>* comment = q_new<qObjArray<char>>(kCommentGrowBy);
         if (comment == nullptr) {
-            rc = -1;
+            rc = ST_NO_MEMORY;
             break;
         }
         // An empty comment stays an empty array (assign refuses n = 0 but leaves it empty).
         const bool copied = from->count() == 0 || comment->assign(from->data(), from->count());
         if (!copied || !comments_.append(comment)) {
             delete comment;
-            rc = -1;
+            rc = ST_NO_MEMORY;
         }
     }
     screen_size_ = source->screen_size_;
@@ -93,7 +95,7 @@ qIComponent* qGifAnimation::clone() const {
 int qGifAnimation::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
                         bool opaque) const {
     const qGifFrame* f = current();
-    return f != nullptr ? f->Draw(target, rect, point, scale_x, scale_y, opaque) : -5;
+    return f != nullptr ? f->Draw(target, rect, point, scale_x, scale_y, opaque) : ST_BAD_ARGUMENT;
 }
 
 bool qGifAnimation::valid() const {
@@ -113,7 +115,7 @@ const qIColormap* qGifAnimation::colormap() const {
 
 int qGifAnimation::pixel_index(qPoint point) const {
     const qGifFrame* f = current();
-    return f != nullptr ? f->pixel_index(point) : -1;
+    return f != nullptr ? f->pixel_index(point) : kNoValue;
 }
 
 qIComponent* qGifAnimation::current_leaf() const {
@@ -127,7 +129,7 @@ int qGifAnimation::quantize_colors(int num_colors, qCmapType cmap_type, qQuantiz
     qGifFrame* f = current();
     return f != nullptr ? f->quantize_colors(num_colors, cmap_type, quantizer, opaque,
                                              color_strength, alpha_strength, min_alpha, monitor)
-                        : -5;
+                        : ST_BAD_ARGUMENT;
 }
 
 int qGifAnimation::quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
@@ -135,7 +137,7 @@ int qGifAnimation::quantize_colors(const qIColormap* colormap, qQuantizer quanti
     qGifFrame* f = current();
     return f != nullptr ? f->quantize_colors(colormap, quantizer, opaque, color_strength,
                                              alpha_strength, monitor)
-                        : -5;
+                        : ST_BAD_ARGUMENT;
 }
 
 int qGifAnimation::set_screen_size(qSize size) {
@@ -145,7 +147,7 @@ int qGifAnimation::set_screen_size(qSize size) {
 
 int qGifAnimation::set_offset(qPoint offset) {
     qGifFrame* f = current();
-    return f != nullptr ? f->set_offset(offset) : -5;
+    return f != nullptr ? f->set_offset(offset) : ST_BAD_ARGUMENT;
 }
 
 qPoint qGifAnimation::offset() const {
@@ -162,7 +164,7 @@ qPixRA qGifAnimation::get_rep_color() const {
 
 int qGifAnimation::frame_delay() {
     const qGifFrame* f = current();
-    return f != nullptr ? f->frame_delay() : -1;
+    return f != nullptr ? f->frame_delay() : kNoValue;
 }
 
 int qGifAnimation::frame_disposal() {
@@ -187,7 +189,7 @@ int qGifAnimation::seek_frame(int position, int origin) {
     } else if (origin == 2) {
         target += frames_.count();
     }
-    if (target < 0 || target >= frames_.count()) return -5;
+    if (target < 0 || target >= frames_.count()) return ST_BAD_ARGUMENT;
     current_ = static_cast<int>(target);
     return 0;
 }
@@ -199,7 +201,7 @@ int qGifAnimation::next_frame(bool endless) {
     if (passes_ < INT32_MAX) ++passes_;
     if (!endless && loop_count_ > 0 && passes_ >= loop_count_) {
         current_ = frames_.count() - 1;
-        return 2;
+        return ST_PASSES_DONE;
     }
     current_ = 0;
     return 0;
@@ -229,5 +231,5 @@ bool qGifAnimation::set_color(int index, qPixRA color) {
 
 int qGifAnimation::min_t_index() const {
     const qGifFrame* f = current();
-    return f != nullptr ? f->min_t_index() : -1;
+    return f != nullptr ? f->min_t_index() : kNoValue;
 }

@@ -38,28 +38,32 @@ public:
     // Empties the animation, then reads a whole GIF stream from `source` up to its trailer;
     // nothing after the trailer is read. `monitor` (may be null) hears the byte position after
     // each image data sub-block and stops the reading by answering false. 0 at the trailer;
-    // 1 stopped by the monitor; -1 out of memory; -3 the stream ends or fails before the
-    // trailer; -5 null source, or an image without any colour map; -6 an image of width or
-    // height 0 or too large; -8 a broken layout (signature, a graphic control or application
-    // block size, a graphic control terminator); -9 undecodable image data. Whatever was read
-    // before an error stays: screen, global map, loop count, comments, complete frames.
+    // ST_CANCELLED stopped by the monitor; ST_NO_MEMORY; ST_READ_ERROR the stream ends or fails
+    // before the trailer; ST_BAD_ARGUMENT null source, or an image without any colour map;
+    // ST_UNSUPPORTED an image of width or height 0 or too large; ST_BAD_FORMAT a broken layout
+    // (signature, a graphic control or application block size, a graphic control terminator);
+    // ST_UNDECODABLE undecodable image data. Whatever was read before an error stays: screen,
+    // global map, loop count, comments, complete frames.
     int read(qIFileR* source, qIMonitor* monitor);
-    // The header, the logical screen descriptor and the global colour table. 0, -1, -3, -8.
+    // The header, the logical screen descriptor and the global colour table. ST_OK, ST_NO_MEMORY,
+    // ST_READ_ERROR, ST_BAD_FORMAT.
     int read_header(qIFileR* source);
-    // Reads data sub-blocks up to and including the terminator and discards them. 0 or -3.
+    // Reads data sub-blocks up to and including the terminator and discards them. 0 or
+    // ST_READ_ERROR.
     int skip_sub_blocks(qIFileR* source);
     // The rest of an application extension; a "NETSCAPE2.0" looping sub-block sets the loop
-    // count. 0, -3, -8 (identifier block size not 11).
+    // count. 0, ST_READ_ERROR, ST_BAD_FORMAT (identifier block size not 11).
     int read_application(qIFileR* source);
-    // Appends the bytes of all data sub-blocks to `comment` (no terminating zero). 0, -1, -3.
+    // Appends the bytes of all data sub-blocks to `comment` (no terminating zero). ST_OK,
+    // ST_NO_MEMORY, ST_READ_ERROR.
     int read_comment(qIFileR* source, qObjArray<char>* comment);
 
     // Destroys every frame, every comment and the global colour map; screen (0, 0), background
     // -1, current frame 0, loop count 1. The count of completed passes is kept.
     void reset();
     // Empties this animation, then makes it a deep copy of `source`, whose frames then refer
-    // to this animation's own copy of the global map. 0; -5 for a null or invalid source; -1
-    // out of memory; a frame copy's code. Empty after a failure.
+    // to this animation's own copy of the global map. ST_OK; ST_BAD_ARGUMENT for a null or invalid
+    // source; ST_NO_MEMORY; a frame copy's code. Empty after a failure.
     int copy_from(const qGifAnimation* source);
 
     // Read access for players and tests (borrowed; null / -1 outside the lists).
@@ -75,7 +79,7 @@ public:
     // ---- qIComponent: the current frame's answers, or the fixed ones without one -----------
     qIComponent* clone() const override;
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
-             bool opaque) const override;  // -5 without a current frame
+             bool opaque) const override;  // ST_BAD_ARGUMENT without a current frame
     // A non-empty screen and a valid current frame.
     bool valid() const override;
     // The logical screen size.
@@ -87,7 +91,7 @@ public:
     qIComponent* current_leaf() const override;
 
     // ---- qIFrame -----------------------------------------------------------------------------
-    // Colour reduction reaches the current frame only; -5 without one.
+    // Colour reduction reaches the current frame only; ST_BAD_ARGUMENT without one.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor) override;
@@ -95,7 +99,7 @@ public:
                         float color_strength, float alpha_strength, qIMonitor* monitor) override;
     // Stores the screen size without a test; 0.
     int set_screen_size(qSize size) override;
-    int set_offset(qPoint offset) override;  // the current frame's; -5 without one
+    int set_offset(qPoint offset) override;  // the current frame's; ST_BAD_ARGUMENT without one
     qPoint offset() const override;
     qPixRA get_rep_color() const override;
 

@@ -24,8 +24,8 @@ public:
     void reset();
 
     // Reads the 6 bytes after the 0xF9 label: block size 4, packed byte, delay (little-endian),
-    // transparent index, terminator 0. 0 on success; -3 when fewer than 6 bytes can be read
-    // (record unchanged); -8 when the block size is not 4 (record unchanged) or the terminator
-    // is not 0 (the fields are already set); -5 for a null source.
+    // transparent index, terminator 0. 0 on success; ST_READ_ERROR when fewer than 6 bytes can be
+    // read (record unchanged); ST_BAD_FORMAT when the block size is not 4 (record unchanged) or the
+    // terminator is not 0 (the fields are already set); ST_BAD_ARGUMENT for a null source.
     int read(qIFileR* source);
 };

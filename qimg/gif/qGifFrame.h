@@ -37,10 +37,11 @@ public:
     // Reads one image after its 0x2C introducer: the descriptor, the local colour table and the
     // image data. `global_colormap` (borrowed, may be null) colours the image when it has no
     // table of its own; `control` (may be null) is copied into the frame and gives the
-    // transparent index. 0; 1 when the monitor stopped it; -1 out of memory; -3 data cut
-    // short; -5 no colour map at all (or a null source); -6 a width or height of 0, or an
-    // image whose buffer would exceed 2^31 - 1 bytes; -9 undecodable image data. The frame
-    // may be left partly filled on failure; the reader discards it.
+    // transparent index. ST_OK; ST_CANCELLED when the monitor stopped it; ST_NO_MEMORY;
+    // ST_READ_ERROR data cut short; ST_BAD_ARGUMENT no colour map at all (or a null source);
+    // ST_UNSUPPORTED a width or height of 0, or an image whose buffer would exceed 2^31 - 1 bytes;
+    // ST_UNDECODABLE undecodable image data. The frame may be left partly filled on failure; the
+    // reader discards it.
     int read(qIFileR* source, const qIColormap* global_colormap, const qGifControl* control,
              qIMonitor* monitor);
     // Decodes the image data (code size byte and data sub-blocks) into a new index image of
@@ -51,8 +52,8 @@ public:
                      qIMonitor* monitor);
     // Empties this frame, then makes it a copy of `source`: its own copy of a local colour map,
     // else a reference to `global_colormap`; the control record, indices, offset and interlace
-    // flag. 0; -5 null source or no image; -9 neither a local map nor `global_colormap`; -1 out
-    // of memory. Empty after a failure.
+    // flag. ST_OK; ST_BAD_ARGUMENT null source or no image; ST_UNDECODABLE neither a local map nor
+    // `global_colormap`; ST_NO_MEMORY. Empty after a failure.
     int copy_from(const qGifFrame* source, const qIColormap* global_colormap);
 
     // Display time in milliseconds (the control's hundredths x 10); 0 without a control record.
@@ -73,7 +74,7 @@ public:
     // local colour map (a frame on the global map cannot live alone).
     qIComponent* clone() const override;
     // The image drawn with `point` shifted by offset x scale (single precision, truncated
-    // toward zero). -5 without an image or with a scale factor below 0.000001.
+    // toward zero). ST_BAD_ARGUMENT without an image or with a scale factor below 0.000001.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const override;
     // An image that is valid (pixels and a colour map).
@@ -94,26 +95,15 @@ public:
     // animation's global map owns its palette afterwards, and set_color works). Offset,
     // interlace flag and control record stay; the record's transparent index then no longer
     // describes the image (drawing and min_t_index() go by the new palette's alpha-0 entry).
-    //
-    // Generated palette: CM_ADAPTIVE is a median cut of the image's pixels whose alpha is at
-    // least min_alpha (read through its colour map as stored), CM_CUBE a colour cube, CM_GRAY a
-    // grey ramp, each of at most num_colors entries, the last one transparent white when
-    // `opaque` is false (sizes above 256 are clamped to the palette's room); then the given-map
-    // form with that palette. Given map: every pixel is mapped to a copy of `colormap` (the
-    // caller keeps its object), nearest colour with QT_NEAREST, else with error diffusion; with
-    // `opaque` false the pixels of the image's transparent index take the map's first alpha-0
-    // entry.
-    // 0; 1 when the monitor stopped the mapping; -5 a frame without valid image, a null map or
-    // one outside 1..256 entries (CM_GRAY with num_colors < 1 and `opaque` true makes an
-    // empty one); -6 a cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY;
-    // -10 a pixel without index (a transparent pixel and a map without alpha-0 entry); -1 no
-    // memory. Whatever fails, image and local colour map stay as they were.
+    // The median cut reads the pixels through the colour map as stored, and the transparent
+    // pixels are those of the image's transparent index. Whatever fails, image and local colour
+    // map stay as they were.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor) override;
     int quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, qIMonitor* monitor) override;
-    // A single frame has no screen of its own: -100.
+    // A single frame has no screen of its own: ST_NOT_IMPLEMENTED.
     int set_screen_size(qSize size) override;
     int set_offset(qPoint offset) override;
     // The offset when valid, else (0, 0).
@@ -142,7 +132,8 @@ public:
 
 private:
     int fail(int code);
-    // Feeds the data sub-blocks to `decoder` and finishes it; 0, 1, -3 or -9.
+    // Feeds the data sub-blocks to `decoder` and finishes it; 0, 1, ST_READ_ERROR or
+    // ST_UNDECODABLE.
     int decode_data(qIFileR* source, qLzwDecoder* decoder, qIMonitor* monitor);
     void place_rows(const qLzwDecoder& decoder, qIndexImage* image, bool direct) const;
 

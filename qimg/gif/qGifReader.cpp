@@ -7,45 +7,29 @@
 // between cancels it.
 #include <cstring>
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifBlocksPriv.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFormatPriv.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qIFileR.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 
 constexpr int kCommentGrowBy = 16;
 
 bool read_byte(qIFileR* source, unsigned char* byte) {
-    return source->read(byte, 1) == 1;
-}
-
-bool read_exact(qIFileR* source, unsigned char* buffer, int n) {
-    return source->read(buffer, n) == n;
-}
-
-// Reads data sub-blocks up to their terminator, handing each to `take(bytes, count)`, which
-// answers 0 to go on or a status to stop with. -3 when the source ends first.
-template <class Take>
-int read_sub_blocks(qIFileR* source, Take take) {
-    unsigned char block[kGifMaxSubBlockBytes];
-    for (;;) {
-        unsigned char n;
-        if (!read_byte(source, &n)) return -3;
-        if (n == 0) return 0;
-        if (!read_exact(source, block, n)) return -3;
-        if (const int rc = take(block, n); rc != 0) return rc;
-    }
+    return q_gif_read_exact(source, byte, 1);
 }
 
 }  // namespace
 
 int qGifAnimation::read(qIFileR* source, qIMonitor* monitor) {
     reset();
-    if (source == nullptr) return -5;
+    if (source == nullptr) return ST_BAD_ARGUMENT;
     int rc = read_header(source);
     if (rc != 0) return rc;
 
@@ -53,13 +37,13 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor) {
     bool control_pending = false;
     for (;;) {
         unsigned char introducer;
-        if (!read_byte(source, &introducer)) return -3;
+        if (!read_byte(source, &introducer)) return ST_READ_ERROR;
         if (introducer == kGifTrailer) return 0;
         if (introducer == kGifImageIntroducer) {
             rc = read_image(source, control_pending ? &control : nullptr, monitor);
         } else if (introducer == kGifExtensionIntroducer) {
             unsigned char label;
-            if (!read_byte(source, &label)) return -3;
+            if (!read_byte(source, &label)) return ST_READ_ERROR;
             if (label == kGifLabelGraphicControl) {
                 rc = control.read(source);
                 if (rc != 0) return rc;
@@ -84,50 +68,42 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor) {
 
 int qGifAnimation::read_header(qIFileR* source) {
     unsigned char header[kGifHeaderBytes];
-    if (!read_exact(source, header, kGifHeaderBytes)) return -3;
+    if (!q_gif_read_exact(source, header, kGifHeaderBytes)) return ST_READ_ERROR;
     if (std::memcmp(header, kGifSignature87a, kGifHeaderBytes) != 0 &&
         std::memcmp(header, kGifSignature89a, kGifHeaderBytes) != 0) {
-        return -8;
+        return ST_BAD_FORMAT;
     }
     unsigned char screen[kGifScreenBytes];
-    if (!read_exact(source, screen, kGifScreenBytes)) return -3;
+    if (!q_gif_read_exact(source, screen, kGifScreenBytes)) return ST_READ_ERROR;
     screen_size_ = qSize(q_gif_u16(screen), q_gif_u16(screen + 2));
     background_ = screen[5];
-    const unsigned char packed = screen[4];
-    if ((packed & kGifColorTableFlag) == 0) return 0;
-
-    const int n = 2 << (packed & kGifColorTableSizeMask);
-    unsigned char table[kGifMaxColorTableBytes];
-    if (!read_exact(source, table, 3 * n)) return -3;
+    qGifColorTable table;
+    if (const int rc = q_gif_read_color_table(source, screen[4], &table); rc != ST_OK) return rc;
+    if (table.entries == 0) return ST_OK;
     global_colormap_ = q_new<qColormap>();
-    if (global_colormap_ == nullptr) return -1;
-    const int rc = global_colormap_->create(n);
-    if (rc != 0) {
+    if (global_colormap_ == nullptr) return ST_NO_MEMORY;
+    if (const int rc = q_gif_fill_colormap(table, global_colormap_); rc != ST_OK) {
         reset();
         return rc;
     }
-    for (int i = 0; i < n; ++i) {
-        const unsigned char* rgb = table + 3 * i;
-        global_colormap_->set_color(i, qPixRA{rgb[2], rgb[1], rgb[0], 255});
-    }
-    return 0;
+    return ST_OK;
 }
 
 int qGifAnimation::skip_sub_blocks(qIFileR* source) {
-    return read_sub_blocks(source, [](const unsigned char*, int) { return 0; });
+    return q_gif_read_sub_blocks(source, [](const unsigned char*, int) { return 0; });
 }
 
 int qGifAnimation::read_application(qIFileR* source) {
     unsigned char n;
     unsigned char block[kGifMaxSubBlockBytes];
-    if (!read_byte(source, &n)) return -3;
-    if (!read_exact(source, block, n)) return -3;
-    if (n != kGifApplicationIdBytes) return -8;
+    if (!read_byte(source, &n)) return ST_READ_ERROR;
+    if (!q_gif_read_exact(source, block, n)) return ST_READ_ERROR;
+    if (n != kGifApplicationIdBytes) return ST_BAD_FORMAT;
     const bool looping = std::memcmp(block, kGifLoopingApplicationId, kGifApplicationIdBytes) == 0;
 
-    if (!read_byte(source, &n)) return -3;
+    if (!read_byte(source, &n)) return ST_READ_ERROR;
     if (n == 0) return 0;
-    if (!read_exact(source, block, n)) return -3;
+    if (!q_gif_read_exact(source, block, n)) return ST_READ_ERROR;
     if (looping && n == kGifLoopingSubBlockBytes && block[0] == kGifLoopingSubBlockId) {
         // The count says how often to repeat after the first play; 0 repeats for ever.
         const int repeats = q_gif_u16(block + 1);
@@ -137,32 +113,32 @@ int qGifAnimation::read_application(qIFileR* source) {
 }
 
 int qGifAnimation::read_comment(qIFileR* source, qObjArray<char>* comment) {
-    return read_sub_blocks(source, [comment](const unsigned char* block, int n) {
+    return q_gif_read_sub_blocks(source, [comment](const unsigned char* block, int n) {
         for (int i = 0; i < n; ++i) {
-            if (!comment->append(static_cast<char>(block[i]))) return -1;
+            if (!comment->append(static_cast<char>(block[i]))) return ST_NO_MEMORY;
         }
-        return 0;
+        return ST_OK;
     });
 }
 
 int qGifAnimation::read_comment_block(qIFileR* source) {
     qObjArray<char>* comment = q_new<qObjArray<char>>(kCommentGrowBy);
-    if (comment == nullptr) return -1;
+    if (comment == nullptr) return ST_NO_MEMORY;
     const int rc = read_comment(source, comment);
     if (rc != 0 || !comments_.append(comment)) {
         delete comment;
-        return rc != 0 ? rc : -1;
+        return rc != 0 ? rc : ST_NO_MEMORY;
     }
     return 0;
 }
 
 int qGifAnimation::read_image(qIFileR* source, const qGifControl* control, qIMonitor* monitor) {
     qGifFrame* frame = q_new<qGifFrame>();
-    if (frame == nullptr) return -1;
+    if (frame == nullptr) return ST_NO_MEMORY;
     const int rc = frame->read(source, global_colormap_, control, monitor);
     if (rc != 0 || !frames_.append(frame)) {
         delete frame;
-        return rc != 0 ? rc : -1;
+        return rc != 0 ? rc : ST_NO_MEMORY;
     }
     return 0;
 }

@@ -47,6 +47,14 @@
 
 namespace {
 
+// What feed() and the decoding loop answer (qLzwDecoder.h): the decoder's own results, not
+// status codes.
+enum qFeedResult : int {
+    FEED_FAILED = -1,  // a bad code, an output that cannot grow, or no output at all
+    FEED_END = 0,      // the end code has been seen
+    FEED_MORE = 1,     // more data wanted
+};
+
 // Spare bytes behind the capacity of an owned output block, for the spill of 16-byte moves.
 constexpr int kSlack = 16;
 // Input is staged in pieces of this size with 8 zero bytes behind them.
@@ -162,12 +170,12 @@ void qLzwDecoder::write_string(unsigned char* to, uint32_t code, int count) {
 }
 
 int qLzwDecoder::feed(const unsigned char* data, int length) {
-    if (out_ == nullptr) return -1;
-    if (length <= 0 || data == nullptr) return 1;
-    if (previous_ == clear_code_ + 1) return 0;
+    if (out_ == nullptr) return FEED_FAILED;
+    if (length <= 0 || data == nullptr) return FEED_MORE;
+    if (previous_ == clear_code_ + 1) return FEED_END;
     unsigned char stage[kStageBytes + 8];
-    int status = 1;
-    for (int done = 0; done < length && status == 1;) {
+    int status = FEED_MORE;
+    for (int done = 0; done < length && status == FEED_MORE;) {
         const int n = length - done < kStageBytes ? length - done : kStageBytes;
         std::memcpy(stage, data + done, static_cast<size_t>(n));
         std::memset(stage + n, 0, 8);
@@ -198,7 +206,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
     // Strings that end at or below `limit` leave room for a 16-byte move at their start.
     int limit = room_ - 16 < capacity ? room_ - 16 : capacity;
     Entry* const table = table_;
-    int status = 1;
+    int status = FEED_MORE;
 
     while (prev != end_code) {
         if constexpr (kFinishing) {
@@ -233,7 +241,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             continue;
         }
         if (prev >= static_cast<uint32_t>(next)) {
-            status = -1;
+            status = FEED_FAILED;
             break;
         }
         const Entry entry = table[prev];
@@ -252,7 +260,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             // Grows by (length + 4096) rounded down to a multiple of 4096.
             out_count_ = count;
             if (!grow(int64_t{count} + entry.length, (entry.length + 4096) & ~4095)) {
-                status = -1;
+                status = FEED_FAILED;
                 break;
             }
             out = out_;
@@ -273,7 +281,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             next = static_cast<int>(clear) + 2;
         }
     }
-    if (prev == end_code) status = 0;
+    if (prev == end_code) status = FEED_END;
 
     bit_buffer_ = bits;
     bit_count_ = nbits;
@@ -286,8 +294,8 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
 
 void qLzwDecoder::finish() {
     if (out_ == nullptr || previous_ == clear_code_ + 1) return;
-    // An end code among the remaining bits (0) or a bad code (-1): nothing more is written.
-    if (decode<true>(nullptr, nullptr, 0) != 1) return;
+    // An end code among the remaining bits or a bad code: nothing more is written.
+    if (decode<true>(nullptr, nullptr, 0) != FEED_MORE) return;
     // The pending code is written when it is a valid code; no table entry is made for it.
     const uint32_t clear = clear_code_;
     const uint32_t pending = previous_;

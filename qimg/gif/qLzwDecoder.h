@@ -7,7 +7,8 @@
 // Minimum code sizes: 2..8 are what the format uses; 0, 1 and 9..11 decode by the same rules
 // (clear code 2^m, codes up to 12 bits wide). Sizes of 12 and above leave no room for a single
 // table entry in 12-bit codes and no encoder writes them: the decoder refuses them (output()
-// stays null, feed() gives -1), which the image reader reports as undecodable data (-9).
+// stays null, feed() gives -1), which the image reader reports as undecodable data
+// (ST_UNDECODABLE).
 #pragma once
 
 #include <cstdint>

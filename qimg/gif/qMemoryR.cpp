@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "qimg/core/qCheckedMathPriv.h"
+#include "qimg/core/qNoValuePriv.h"
 
 qMemoryR::qMemoryR(const void* data, std::size_t length)
     : data_(static_cast<const unsigned char*>(data)),
@@ -22,10 +23,10 @@ int qMemoryR::seek(int offset, int origin) {
     } else if (origin == 2) {
         base = length_;
     } else if (origin != 0) {
-        return -1;
+        return kNoValue;
     }
     const int64_t target = base + offset;
-    if (target < 0 || target > INT_MAX) return -1;
+    if (target < 0 || target > INT_MAX) return kNoValue;
     position_ = static_cast<int>(target);
     return position_;
 }

@@ -70,7 +70,7 @@ public:
     }
 
     // Stores `value` behind the last element; false (nothing changed) when the array cannot
-    // grow. Callers turn false into status -1.
+    // grow. Callers turn false into ST_NO_MEMORY.
     bool append(T value) {
         if (count_ == capacity_ && !reserve(count_ + 1)) return false;
         data_[count_++] = value;

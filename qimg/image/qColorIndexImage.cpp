@@ -1,8 +1,10 @@
 #include "qimg/image/qColorIndexImage.h"
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qNoValuePriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 qColorIndexImage::~qColorIndexImage() {
     clear();
@@ -19,7 +21,7 @@ void qColorIndexImage::clear() {
 int qColorIndexImage::Create_buffer(qSize size, qPixelType type) {
     delete index_image_;
     index_image_ = q_new<qIndexImage>();
-    if (!index_image_) return -1;
+    if (!index_image_) return ST_NO_MEMORY;
     const int rc = index_image_->Create_buffer(size, type);
     if (rc != 0) return rc;
     return colormap_ ? index_image_->set_colormap(colormap_, -1) : 0;
@@ -27,7 +29,7 @@ int qColorIndexImage::Create_buffer(qSize size, qPixelType type) {
 
 int qColorIndexImage::copy_colormap(const qIColormap* source) {
     qColormap* fresh = q_new<qColormap>();
-    int rc = fresh ? fresh->copy_from(source) : -1;
+    int rc = fresh ? fresh->copy_from(source) : ST_NO_MEMORY;
     if (rc != 0) {
         delete fresh;
         fresh = nullptr;
@@ -42,14 +44,14 @@ int qColorIndexImage::copy_colormap(const qIColormap* source) {
 
 int qColorIndexImage::copy_from(const qIIndexImage* source) {
     clear();
-    if (!source || !source->valid()) return -5;
+    if (!source || !source->valid()) return ST_BAD_ARGUMENT;
     qColormap* map = q_new<qColormap>();
     qIndexImage* image = nullptr;
     if (map && map->copy_from(source->colormap()) == 0) image = q_new<qIndexImage>();
     if (!image) {
         // Allocation, or a source map that cannot be copied (more than 256 entries).
         delete map;
-        return -1;
+        return ST_NO_MEMORY;
     }
     const int rc = image->copy_from(source, map);
     if (rc != 0) {
@@ -65,7 +67,7 @@ int qColorIndexImage::copy_from(const qIIndexImage* source) {
 int qColorIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
                                      float color_strength, float alpha_strength,
                                      qIMonitor* monitor) {
-    if (!index_image_) return -5;
+    if (!index_image_) return ST_BAD_ARGUMENT;
     return index_image_->map_from_image(source, quantizer, opaque, color_strength, alpha_strength,
                                         monitor);
 }
@@ -76,7 +78,7 @@ qIComponent* qColorIndexImage::clone() const {
 
 int qColorIndexImage::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x,
                            float scale_y, bool opaque) const {
-    if (!index_image_) return -5;
+    if (!index_image_) return ST_BAD_ARGUMENT;
     return index_image_->Draw(target, rect, point, scale_x, scale_y, opaque);
 }
 
@@ -97,7 +99,7 @@ const qIColormap* qColorIndexImage::colormap() const {
 }
 
 int qColorIndexImage::pixel_index(qPoint point) const {
-    return index_image_ ? index_image_->pixel_index(point) : -1;
+    return index_image_ ? index_image_->pixel_index(point) : kNoValue;
 }
 
 qIComponent* qColorIndexImage::current_leaf() const {
@@ -129,5 +131,5 @@ bool qColorIndexImage::set_color(int index, qPixRA color) {
 }
 
 int qColorIndexImage::min_t_index() const {
-    return valid() ? colormap_->min_t_index() : -1;
+    return valid() ? colormap_->min_t_index() : kNoValue;
 }

@@ -31,19 +31,20 @@ public:
 
     // Replaces the index image by a new one with a buffer of `size` pixels of `type` (see
     // qIndexImage::Create_buffer) and links it to the own colour map when there is one.
-    // 0; -1 when the new image cannot be allocated (no index image is held then); the buffer's
-    // codes otherwise, the new empty index image staying held.
+    // ST_OK; ST_NO_MEMORY when the new image cannot be allocated (no index image is held then); the
+    // buffer's codes otherwise, the new empty index image staying held.
     int Create_buffer(qSize size, qPixelType type);
     // Replaces the own colour map by a copy of `source` and links the index image to it.
-    // 0; -5 for a null source or one with no or more than 256 entries; -1 when memory runs out.
-    // After a failure no colour map is held and the index image refers to none.
+    // ST_OK; ST_BAD_ARGUMENT for a null source or one with no or more than 256 entries;
+    // ST_NO_MEMORY when memory runs out. After a failure no colour map is held and the index image
+    // refers to none.
     int copy_colormap(const qIColormap* source);
     // Empties this image, then copies `source`: its indices, a copy of its colour map, and its
     // min_t_index() as the index image's transparent index.
-    // 0; -5 for a null or invalid source; -1 when memory runs out or the source's map cannot be
-    // copied; the index copy's codes otherwise. Empty after a failure.
+    // ST_OK; ST_BAD_ARGUMENT for a null or invalid source; ST_NO_MEMORY when memory runs out or the
+    // source's map cannot be copied; the index copy's codes otherwise. Empty after a failure.
     int copy_from(const qIIndexImage* source);
-    // qIndexImage::map_from_image on the held index image; -5 when none is held.
+    // qIndexImage::map_from_image on the held index image; ST_BAD_ARGUMENT when none is held.
     int map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
                        float color_strength, float alpha_strength, qIMonitor* monitor);
 
@@ -51,7 +52,7 @@ public:
     // A new qColorIndexImage with new indices and a new colour map; null when this image is not
     // valid or memory runs out. The clone's transparent index is this image's min_t_index().
     qIComponent* clone() const override;
-    // The index image's Draw; -5 when no index image is held.
+    // The index image's Draw; ST_BAD_ARGUMENT when no index image is held.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const override;
     // A valid index image and an own colour map with at least one entry.

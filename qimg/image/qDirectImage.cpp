@@ -4,6 +4,7 @@
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/image/qPixelBlockPriv.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
@@ -39,9 +40,9 @@ int qDirectImage::fail(int code) {
 int qDirectImage::Create_buffer(qSize size, qPixelType type, const unsigned char* fill) {
     clear();
     const int bytes = q_buffer_bytes(size.width, size.height, type);
-    if (bytes <= 0) return fail(-6);
+    if (bytes <= 0) return fail(ST_UNSUPPORTED);
     pixels_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(bytes)));
-    if (!pixels_) return fail(-1);
+    if (!pixels_) return fail(ST_NO_MEMORY);
     type_ = type;
     width_ = size.width;
     height_ = size.height;
@@ -58,7 +59,7 @@ int qDirectImage::Create_buffer(qSize size, qPixelType type, const unsigned char
 
 int qDirectImage::copy_from(const qIDirectImage* source) {
     clear();
-    if (!source || !source->valid()) return -5;
+    if (!source || !source->valid()) return ST_BAD_ARGUMENT;
     const qSize size = source->size();
     const qPixelType type = source->pixel_type();
     const int rc = Create_buffer(size, type, nullptr);
@@ -67,7 +68,7 @@ int qDirectImage::copy_from(const qIDirectImage* source) {
     for (int row = 0; row < size.height; ++row) {
         const unsigned char* from = source->pixel_address(row, 0);
         // A source that calls itself valid but cannot address one of its rows is not one.
-        if (!from) return fail(-5);
+        if (!from) return fail(ST_BAD_ARGUMENT);
         std::memcpy(pixel_address(row, 0), from, bytes);
     }
     return 0;
@@ -109,7 +110,7 @@ qIComponent* qDirectImage::clone() const {
 
 int qDirectImage::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
                        bool opaque) const {
-    if (!target) return -5;
+    if (!target) return ST_BAD_ARGUMENT;
     qImageAlias source;
     const int rc = source.Bind(this);
     if (rc != 0) return rc;

@@ -30,14 +30,14 @@ public:
     // Empties the image, then makes a buffer of `size` pixels of `type`. The bytes are left
     // uninitialised unless `fill` points to one PT_BGRA32 colour (four bytes), which is then
     // painted over the whole buffer; only PT_BGRA32 images can be filled that way.
-    // 0; -6 for a type without storage size, a width or height <= 0, a buffer above 2^31 - 1
-    // bytes, or a non-null `fill` on an image of another type; -1 when memory runs out.
-    // The image is empty after any failure; the alpha hint is AT_NONE in every case.
+    // ST_OK; ST_UNSUPPORTED for a type without storage size, a width or height <= 0, a buffer above
+    // 2^31 - 1 bytes, or a non-null `fill` on an image of another type; ST_NO_MEMORY when memory
+    // runs out. The image is empty after any failure; the alpha hint is AT_NONE in every case.
     int Create_buffer(qSize size, qPixelType type, const unsigned char* fill);
     // Empties the image, then makes it an independent copy of `source`: same size, pixel type
     // and pixels. Only the pixel bytes of each source row are read, so unpadded rows are fine.
-    // 0; -5 for a null or invalid source; the codes of Create_buffer. Empty after a failure. The
-    // copy's alpha hint is AT_NONE whatever the source's was.
+    // ST_OK; ST_BAD_ARGUMENT for a null or invalid source; the codes of Create_buffer. Empty after
+    // a failure. The copy's alpha hint is AT_NONE whatever the source's was.
     int copy_from(const qIDirectImage* source);
     // Scans every pixel's alpha and stores the answer, which alpha_hint() and Draw then use:
     // AT_OPAQUE when every alpha is 255 (at once for PT_BGR24 and PT_GRAY8), AT_BILEVEL when
@@ -50,11 +50,9 @@ public:
     // A new qDirectImage copied from this one (alpha hint AT_NONE); null when this image is
     // empty or memory runs out.
     qIComponent* clone() const override;
-    // Draws the area of the image that starts at `point` (in the image magnified by the scale
-    // factors) into `rect` of `target`, clipped to both, nearest-neighbour when scaled. Copies
-    // (BLT_COPY) when `opaque` is true or the stored alpha hint is AT_OPAQUE; otherwise blends
-    // by the pixels' alpha (BLT_BLEND), which also sets a PT_BGRA32 target's alpha. 0; -5 for a
-    // null target or an empty image; -1 when memory runs out; the transfer's codes otherwise.
+    // Copies (BLT_COPY) when `opaque` is true or the stored alpha hint is AT_OPAQUE; otherwise
+    // blends by the pixels' alpha (BLT_BLEND), which also sets a PT_BGRA32 target's alpha.
+    // ST_BAD_ARGUMENT also for an empty image; ST_NO_MEMORY when memory runs out.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const override;
     // Pixel type set, width and height > 0 and a buffer.

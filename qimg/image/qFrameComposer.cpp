@@ -4,6 +4,7 @@
 #include "qimg/core/qCheckedMathPriv.h"
 #include "qimg/core/qComponent.h"
 #include "qimg/core/qMonitor.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {
@@ -20,8 +21,8 @@ int qFrameComposer::begin(qIAnimation* animation, qImageEdit* canvas) {
     animation_ = nullptr;
     canvas_ = nullptr;
     composed_ = -1;
-    if (!animation || !canvas || !canvas->valid()) return -5;
-    if (canvas->pixel_type() != PT_BGRA32) return -6;
+    if (!animation || !canvas || !canvas->valid()) return ST_BAD_ARGUMENT;
+    if (canvas->pixel_type() != PT_BGRA32) return ST_UNSUPPORTED;
     animation_ = animation;
     canvas_ = canvas;
     return restart();
@@ -36,7 +37,7 @@ int qFrameComposer::restart() {
 }
 
 int qFrameComposer::compose_to(int index, qIMonitor* monitor) {
-    if (!animation_ || index < 0 || index >= animation_->num_frames()) return -5;
+    if (!animation_ || index < 0 || index >= animation_->num_frames()) return ST_BAD_ARGUMENT;
     // Going back, or picking up after a failed step (composed_ is -1 then), starts from a clear
     // canvas: a step that failed may have disposed of the shown frame already.
     if (index < composed_ || composed_ < 0) {
@@ -51,7 +52,7 @@ int qFrameComposer::compose_to(int index, qIMonitor* monitor) {
             composed_ = -1;
             return status;
         }
-        if (monitor && !monitor->progress(composed_ - first + 1, total, 0, 1)) return 1;
+        if (monitor && !monitor->progress(composed_ - first + 1, total, 0, 1)) return ST_CANCELLED;
     }
     // Also when nothing had to be drawn: the caller expects the cursor on `index`.
     return animation_->seek_frame(index, 0);
@@ -97,9 +98,9 @@ int qFrameComposer::save_area(qRect area) {
     q_free(saved_);
     saved_ = nullptr;
     const int bytes = q_buffer_bytes(area.width, area.height, PT_BGRA32);
-    if (bytes < 0) return -5;
+    if (bytes < 0) return ST_BAD_ARGUMENT;
     saved_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(bytes)));
-    if (!saved_) return -1;
+    if (!saved_) return ST_NO_MEMORY;
     saved_area_ = area;
     qImageEdit saved;
     int status = saved.Bind(saved_, area.size(), row_bytes(area.width, PT_BGRA32), PT_BGRA32);

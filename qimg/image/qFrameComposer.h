@@ -33,17 +33,17 @@ public:
 
     // Starts playing `animation` onto `canvas`, a bound PT_BGRA32 view (normally the size of the
     // animation's logical screen), and clears the canvas to transparent black. Both are borrowed
-    // and must outlive the composer's use of them. 0; -5 for a null or invalid argument; -6 for a
-    // canvas of another pixel type.
+    // and must outlive the composer's use of them. ST_OK; ST_BAD_ARGUMENT for a null or invalid
+    // argument; ST_UNSUPPORTED for a canvas of another pixel type.
     int begin(qIAnimation* animation, qImageEdit* canvas);
 
     // Leaves the canvas showing frame `index` fully composed, and the animation's cursor on it.
     // Continues from the frame composed last when `index` lies ahead of it, else starts again
     // from frame 0. The monitor hears (frames drawn, frames to draw) after each frame.
-    // 0; 1 cancelled (the canvas then shows the last frame completed); -1 out of memory; -5 no
-    // begin(), an index outside the frames, or a frame that cannot be drawn; other codes from
-    // drawing. After a failure (a negative code) the canvas holds an unfinished picture and
-    // composed_frame() is -1: the next call starts again from frame 0.
+    // ST_OK; ST_CANCELLED (the canvas then shows the last frame completed); ST_NO_MEMORY;
+    // ST_BAD_ARGUMENT no begin(), an index outside the frames, or a frame that cannot be drawn;
+    // other codes from drawing. After a failure (a negative code) the canvas holds an unfinished
+    // picture and composed_frame() is -1: the next call starts again from frame 0.
     int compose_to(int index, qIMonitor* monitor);
 
     // The frame the canvas shows now; -1 before the first compose_to().

@@ -5,6 +5,8 @@
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qNoValuePriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/image/qColorIndexImage.h"
 
 qFrameDecorator::~qFrameDecorator() {
@@ -36,7 +38,7 @@ int qFrameDecorator::attach(qIComponent* leaf, qPoint offset) {
     held_ = nullptr;
     screen_size_ = qSize();
     offset_ = qPoint();
-    if (!leaf) return -5;
+    if (!leaf) return ST_BAD_ARGUMENT;
     held_ = leaf;
     offset_ = offset;
     screen_size_ = leaf->size();
@@ -45,9 +47,9 @@ int qFrameDecorator::attach(qIComponent* leaf, qPoint offset) {
 
 int qFrameDecorator::copy_from(const qFrameDecorator* source) {
     clear();
-    if (!source || !source->valid()) return -5;
+    if (!source || !source->valid()) return ST_BAD_ARGUMENT;
     held_ = source->held_->clone();
-    if (!held_) return -1;
+    if (!held_) return ST_NO_MEMORY;
     screen_size_ = source->screen_size_;
     offset_ = source->offset_;
     return 0;
@@ -85,7 +87,7 @@ const qIColormap* qFrameDecorator::colormap() const {
 }
 
 int qFrameDecorator::pixel_index(qPoint point) const {
-    return held_ ? held_->pixel_index(point - offset_) : -1;
+    return held_ ? held_->pixel_index(point - offset_) : kNoValue;
 }
 
 qIComponent* qFrameDecorator::current_leaf() const {
@@ -101,8 +103,10 @@ int qFrameDecorator::quantize_colors(int num_colors, qCmapType cmap_type, qQuant
                                       alpha_strength, min_alpha, monitor);
     }
     // Only the adaptive palette reads the pixels. Without a pixel buffer it answers as the
-    // given-map form would: -5 when empty, -100 for a component that holds no pixels.
-    if (cmap_type == CM_ADAPTIVE && !held_pixels()) return held_ ? -100 : -5;
+    // given-map form would: ST_BAD_ARGUMENT when empty, ST_NOT_IMPLEMENTED for a component that
+    // holds no pixels.
+    if (cmap_type == CM_ADAPTIVE && !held_pixels())
+        return held_ ? ST_NOT_IMPLEMENTED : ST_BAD_ARGUMENT;
     // The front, and the palette it made, live until this call returns; the new image has its
     // own copy by then.
     qColorQuantProxy quant;
@@ -116,16 +120,16 @@ int qFrameDecorator::quantize_colors(int num_colors, qCmapType cmap_type, qQuant
 int qFrameDecorator::quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                                      float color_strength, float alpha_strength,
                                      qIMonitor* monitor) {
-    if (!valid()) return -5;
+    if (!valid()) return ST_BAD_ARGUMENT;
     if (qIFrame* frame = held_frame()) {
         return frame->quantize_colors(colormap, quantizer, opaque, color_strength, alpha_strength,
                                       monitor);
     }
     const qIImageBuffer* pixels = held_pixels();
-    if (!pixels) return -100;
+    if (!pixels) return ST_NOT_IMPLEMENTED;
 
     qColorIndexImage* reduced = q_new<qColorIndexImage>();
-    if (!reduced) return -1;
+    if (!reduced) return ST_NO_MEMORY;
     int rc = reduced->Create_buffer(held_->size(), PT_INDEX8);
     if (rc == 0) rc = reduced->copy_colormap(colormap);
     if (rc == 0) {
@@ -184,5 +188,5 @@ bool qFrameDecorator::set_color(int index, qPixRA color) {
 
 int qFrameDecorator::min_t_index() const {
     const qIIndexColor* side = palette_side();
-    return side ? side->min_t_index() : -1;
+    return side ? side->min_t_index() : kNoValue;
 }

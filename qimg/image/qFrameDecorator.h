@@ -28,12 +28,13 @@ public:
     qFrameDecorator& operator=(const qFrameDecorator&) = delete;
 
     // Empties the decorator, then takes ownership of `leaf`, places it at `offset` and makes
-    // the screen size the leaf's size. 0; -5 for a null leaf (the decorator stays empty).
-    // Attaching the component already held keeps it and only resets offset and screen size.
+    // the screen size the leaf's size. ST_OK; ST_BAD_ARGUMENT for a null leaf (the decorator stays
+    // empty). Attaching the component already held keeps it and only resets offset and screen size.
     int attach(qIComponent* leaf, qPoint offset);
     // Empties the decorator, then holds a clone of `source`'s component with its offset and
-    // screen size. 0; -5 for a null or invalid source (a decorator copied from itself is
-    // emptied first, so it is invalid); -1 when the clone fails. Empty after a failure.
+    // screen size. ST_OK; ST_BAD_ARGUMENT for a null or invalid source (a decorator copied from
+    // itself is emptied first, so it is invalid); ST_NO_MEMORY when the clone fails. Empty after a
+    // failure.
     int copy_from(const qFrameDecorator* source);
 
     // ---- qIComponent -----------------------------------------------------------------------
@@ -42,8 +43,7 @@ public:
     qIComponent* clone() const override;
     // Shifts `point` by the offset times the scale factors (each product truncated toward zero
     // and held to the int range) and passes the call to the held component. An empty decorator
-    // draws nothing and returns 0. Scale factors are passed on unchanged; the transfer refuses
-    // those that are not positive (-5).
+    // draws nothing and returns ST_OK. Scale factors are passed on unchanged.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const override;
     // A held component that is valid.
@@ -64,21 +64,11 @@ public:
     // Colour reduction. A held frame does the work itself (the call is passed on unchanged).
     // Otherwise a successful reduction replaces the held pixel buffer (true colour or indexed)
     // by a new qColorIndexImage with its own copy of the palette; offset and screen size stay.
-    //
-    // Generated palette: CM_ADAPTIVE is a median cut of the held image's pixels whose alpha is
-    // at least min_alpha, CM_CUBE a colour cube, CM_GRAY a grey ramp, each of at most
-    // num_colors entries, the last of them transparent white when `opaque` is false (sizes
-    // above 256 are clamped to the palette's room); then the given-map form with that palette.
-    // Given map: every pixel is mapped to `colormap`, nearest colour with QT_NEAREST, else with
-    // error diffusion (color_strength; alpha_strength > 0 diffuses alpha too). With `opaque`
-    // false, alpha-0 pixels take the map's first alpha-0 entry.
-    // 0; 1 when the monitor stopped the mapping; -5 an empty or invalid decorator (both forms;
-    // the generated form checks only after a bad cmap_type), a null map or one outside
-    // 1..256 entries (CM_GRAY with num_colors < 1 and `opaque` true makes an empty one); -6 a
-    // cmap_type other than CM_CUBE, CM_ADAPTIVE, CM_GRAY, or pixels other than PT_BGRA32 and
-    // PT_INDEX8; -10 a pixel without index (alpha 0 and no transparent entry); -100 a held
-    // component that is neither a frame nor a pixel buffer; -1 no memory. Whatever fails, the held
-    // leaf stays as it was.
+    // Transparent pixels are those of alpha 0. Beyond the shared codes: ST_BAD_ARGUMENT also
+    // for an empty decorator (the generated form checks this only after a bad cmap_type);
+    // ST_UNSUPPORTED also for pixels other than PT_BGRA32 and PT_INDEX8; ST_NOT_IMPLEMENTED for a
+    // held component that is neither a frame nor a pixel buffer. Whatever fails, the held leaf
+    // stays as it was.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor) override;

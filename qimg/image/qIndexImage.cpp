@@ -1,10 +1,12 @@
 #include "qimg/image/qIndexImage.h"
 
-#include "qimg/color/qIColormap.h"
+#include "qimg/color/qGifColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qCheckedMathPriv.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/core/qNoValuePriv.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/image/qPixelBlockPriv.h"
+#include "qimg/palette/qIColormap.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
 
@@ -30,9 +32,9 @@ int qIndexImage::fail(int code) {
 int qIndexImage::Create_buffer(qSize size, qPixelType type) {
     clear();
     const int bytes = q_buffer_bytes(size.width, size.height, type);
-    if (bytes <= 0) return fail(-6);
+    if (bytes <= 0) return fail(ST_UNSUPPORTED);
     pixels_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(bytes)));
-    if (!pixels_) return fail(-1);
+    if (!pixels_) return fail(ST_NO_MEMORY);
     type_ = type;
     width_ = size.width;
     height_ = size.height;
@@ -40,7 +42,7 @@ int qIndexImage::Create_buffer(qSize size, qPixelType type) {
 }
 
 int qIndexImage::set_colormap(const qIColormap* colormap, int transparent_index) {
-    if (!colormap || !colormap->valid_index(0)) return -5;
+    if (!colormap || !colormap->valid_index(0)) return ST_BAD_ARGUMENT;
     colormap_ = colormap;
     if (transparent_index >= 0 && transparent_index < colormap->num_colors()) {
         transparent_ = transparent_index;
@@ -50,9 +52,9 @@ int qIndexImage::set_colormap(const qIColormap* colormap, int transparent_index)
 
 int qIndexImage::copy_from(const qIIndexImage* source, const qIColormap* colormap) {
     clear();
-    if (!source) return -5;
+    if (!source) return ST_BAD_ARGUMENT;
     if (!colormap) colormap = source->colormap();
-    if (!colormap) return -5;
+    if (!colormap) return ST_BAD_ARGUMENT;
     const int rc = Create_buffer(source->size(), PT_INDEX8);
     if (rc != 0) return rc;
     colormap_ = colormap;
@@ -69,7 +71,7 @@ int qIndexImage::copy_from(const qIIndexImage* source, const qIColormap* colorma
     // A map whose entries differ from the source's would make the transfer skip every pixel
     // and leave the buffer uninitialised: refuse it instead.
     if (status == 0 && !(from.colormap() && destination.colormap()->equals(*from.colormap()))) {
-        status = -5;
+        status = ST_BAD_ARGUMENT;
     }
     if (status == 0) {
         status = destination.BitBlt(qRect(size()), &from, qPoint(0, 0), BLT_COPY, 255, nullptr);
@@ -79,7 +81,7 @@ int qIndexImage::copy_from(const qIIndexImage* source, const qIColormap* colorma
 
 int qIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
                                 float color_strength, float alpha_strength, qIMonitor* monitor) {
-    if (!valid()) return -5;
+    if (!valid()) return ST_BAD_ARGUMENT;
     // The source is read through the buffer binding, so an indexed source brings a palette copy
     // in which its transparent index counts as alpha 0.
     qImageEdit destination;
@@ -90,7 +92,7 @@ int qIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantize
 
     // The cache is 64 KiB: on the heap, not on the caller's stack.
     qGifColormap* nearest = q_new<qGifColormap>();
-    if (!nearest) return -1;
+    if (!nearest) return ST_NO_MEMORY;
     nearest->attach(colormap_);
     const qRect area(size());
     if (quantizer == QT_NEAREST) {
@@ -109,7 +111,7 @@ qIComponent* qIndexImage::clone() const {
 
 int qIndexImage::Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
                       bool opaque) const {
-    if (!target) return -5;
+    if (!target) return ST_BAD_ARGUMENT;
     qImageAlias source;
     const int rc = source.Bind(this);
     if (rc != 0) return rc;
@@ -128,9 +130,9 @@ qAlphaType qIndexImage::alpha_hint() const {
 }
 
 int qIndexImage::pixel_index(qPoint point) const {
-    if (point.x < 0 || point.x >= width_ || point.y < 0 || point.y >= height_) return -1;
+    if (point.x < 0 || point.x >= width_ || point.y < 0 || point.y >= height_) return kNoValue;
     const unsigned char* pixel = pixel_address(point.y, point.x);
-    return pixel ? *pixel : -1;
+    return pixel ? *pixel : kNoValue;
 }
 
 qIComponent* qIndexImage::current_leaf() const {
@@ -142,6 +144,6 @@ unsigned char* qIndexImage::pixel_address(int row, int column) const {
 }
 
 int qIndexImage::min_t_index() const {
-    if (!valid()) return -1;
+    if (!valid()) return kNoValue;
     return transparent_ >= 0 ? transparent_ : colormap_->min_t_index();
 }

@@ -30,20 +30,22 @@ public:
 
     // Empties the image (pixels, type, size, colour map, transparent index), then makes an
     // uninitialised buffer of `size` pixels of `type` (PT_INDEX8 for everything the library
-    // makes). 0; -6 for a type without storage size, a width or height <= 0 or a buffer above
-    // 2^31 - 1 bytes; -1 when memory runs out. Empty after a failure. Call set_colormap next.
+    // makes). ST_OK; ST_UNSUPPORTED for a type without storage size, a width or height <= 0 or a
+    // buffer above 2^31 - 1 bytes; ST_NO_MEMORY when memory runs out. Empty after a failure. Call
+    // set_colormap next.
     int Create_buffer(qSize size, qPixelType type);
     // Refers to `colormap` (borrowed) from now on. When 0 <= transparent_index < the map's
     // num_colors() that entry becomes the transparent index; any other value (-1 included)
-    // keeps the stored one. 0; -5 for a null map or one without entries (nothing changes).
+    // keeps the stored one. ST_OK; ST_BAD_ARGUMENT for a null map or one without entries (nothing
+    // changes).
     int set_colormap(const qIColormap* colormap, int transparent_index);
     // Empties the image, then copies the indices of `source` and refers to `colormap`, or to
     // the source's own map when `colormap` is null; the transparent index becomes the source's
     // min_t_index(). `colormap` must hold the same entries as the source's map: indices are
     // copied unchanged. A PT_INDEX16 source gives the first byte of each pixel.
-    // 0; -5 for a null source, no map at all, or a `colormap` whose entries differ from the
-    // source's; -6 for a source of another pixel type; -1 when memory runs out or a map has no
-    // usable entries. Empty after a failure.
+    // ST_OK; ST_BAD_ARGUMENT for a null source, no map at all, or a `colormap` whose entries differ
+    // from the source's; ST_UNSUPPORTED for a source of another pixel type; ST_NO_MEMORY when
+    // memory runs out or a map has no usable entries. Empty after a failure.
     int copy_from(const qIIndexImage* source, const qIColormap* colormap = nullptr);
     // Fills every index by mapping `source` (PT_BGRA32, or PT_INDEX8 read through its colour map
     // with its min_t_index() as alpha 0) through this image's colour map, using the
@@ -53,10 +55,11 @@ public:
     // diffused alpha below 128 when alpha is diffused) takes the map's transparent entry and
     // every other pixel an opaque colour; with `opaque` true every pixel gets an opaque colour.
     // The source must be at least this image's size; its top-left part is read.
-    // 0; 1 when the monitor stopped it after a row (the rows done so far keep their indices,
-    // the rest are as they were); -5 this image not valid, a null or too small source, an
-    // indexed source without colour map; -6 a source of another pixel type; -10 a pixel that
-    // has no index (an alpha-0 pixel and a map without transparent entry); -1 no memory.
+    // ST_OK; ST_CANCELLED when the monitor stopped it after a row (the rows done so far keep their
+    // indices, the rest are as they were); ST_BAD_ARGUMENT this image not valid, a null or too
+    // small source, an indexed source without colour map; ST_UNSUPPORTED a source of another pixel
+    // type; ST_UNMAPPABLE a pixel that has no index (an alpha-0 pixel and a map without transparent
+    // entry); ST_NO_MEMORY.
     int map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
                        float color_strength, float alpha_strength, qIMonitor* monitor);
     // The stored transparent index, -1 for none. Unlike min_t_index() it does not fall back to
@@ -74,8 +77,7 @@ public:
     // Draws like qDirectImage::Draw, through a private copy of the palette in which the stored
     // transparent index (when there is one) is the only transparent entry. Copies (BLT_COPY)
     // when `opaque` is true or alpha_hint() is AT_OPAQUE; otherwise composites over the target
-    // (BLT_OVER). 0; -5 for a null target; -1 when memory runs out or the image has no usable
-    // colour map; the transfer's codes otherwise (-6 for a target it cannot draw into).
+    // (BLT_OVER). ST_NO_MEMORY also when the image has no usable colour map.
     int Draw(qImageEdit* target, qRect rect, qPoint point, float scale_x, float scale_y,
              bool opaque) const override;
     // Pixel type set, width and height > 0, pixels, and a colour map with at least one entry.

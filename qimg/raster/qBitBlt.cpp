@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "qimg/core/qMonitor.h"
+#include "qimg/core/qStatus.h"
 #include "qimg/raster/qImageEdit.h"
 #include "qimg/raster/qTransferPlanPriv.h"
 
@@ -66,7 +67,7 @@ bool follows(const unsigned char* next, const unsigned char* first, size_t offse
 
 int qImageEdit::BitBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos, qBltMode mode,
                        unsigned char opacity, qIMonitor* monitor) {
-    if (!src) return -5;
+    if (!src) return ST_BAD_ARGUMENT;
     TransferArea area{dst_rect.x, dst_rect.y,     src_pos.x,
                       src_pos.y,  dst_rect.width, dst_rect.height};
     if (!clip_transfer(area, src->size(), size())) return 0;
@@ -97,7 +98,7 @@ int qImageEdit::BitBlt(qRect dst_rect, const qImageAlias* src, qPoint src_pos, q
         plan.convert(offset(dst_rows[row], dst_skip), offset(src_rows[row], src_skip), width * run,
                      plan.context);
         row += run;
-        if (monitor && !monitor->progress(row, height, 0, 1)) return 1;
+        if (monitor && !monitor->progress(row, height, 0, 1)) return ST_CANCELLED;
     }
     return 0;
 }

@@ -4,6 +4,7 @@
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/core/qStatus.h"
 
 namespace {
 // Address arithmetic on caller-supplied pointers, strides and columns is done on integers:
@@ -30,10 +31,10 @@ void qImageAlias::release() {
 
 int qImageAlias::Bind(unsigned char* pixels, qSize size, int stride, qPixelType type) {
     release();
-    if (!pixels) return -5;
-    if (size.height < 0) return -1;
+    if (!pixels) return ST_BAD_ARGUMENT;
+    if (size.height < 0) return ST_NO_MEMORY;
     rows_ = q_new_array<unsigned char*>(static_cast<size_t>(size.height));
-    if (!rows_) return -1;
+    if (!rows_) return ST_NO_MEMORY;
     for (int r = 0; r < size.height; ++r) rows_[r] = offset_address(pixels, int64_t{r} * stride);
     width_ = size.width;
     height_ = size.height;
@@ -43,17 +44,17 @@ int qImageAlias::Bind(unsigned char* pixels, qSize size, int stride, qPixelType 
 
 int qImageAlias::Bind(const qIImageBuffer* buffer) {
     release();
-    if (!buffer) return -5;
+    if (!buffer) return ST_BAD_ARGUMENT;
     const qSize size = buffer->size();
-    if (size.height < 0) return -1;
+    if (size.height < 0) return ST_NO_MEMORY;
     rows_ = q_new_array<unsigned char*>(static_cast<size_t>(size.height));
-    if (!rows_) return -1;
+    if (!rows_) return ST_NO_MEMORY;
     for (int r = 0; r < size.height; ++r) {
         rows_[r] = buffer->pixel_address(r, 0);
         // A buffer that claims rows it cannot address would have us write through null.
         if (!rows_[r]) {
             release();
-            return -5;
+            return ST_BAD_ARGUMENT;
         }
     }
     width_ = size.width;
@@ -68,7 +69,7 @@ int qImageAlias::Bind(const qIImageBuffer* buffer) {
 int qImageAlias::attach_palette(const qIColormap* palette, int transparent_index) {
     delete cmap_;
     cmap_ = q_new<qSafeColormap>(palette, transparent_index);
-    return cmap_ && cmap_->valid_index(0) ? 0 : -1;
+    return cmap_ && cmap_->valid_index(0) ? 0 : ST_NO_MEMORY;
 }
 
 unsigned char* qImageAlias::pixel_address(int row, int column) const {

@@ -12,10 +12,10 @@
 //   view.pixel_address(2, 1);                          // pixels + 80 + 4
 #pragma once
 
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/core/qPixel.h"
+#include "qimg/palette/qSafeColormap.h"
 
 class qIColormap;
 class qIImageBuffer;
@@ -32,25 +32,28 @@ public:
 
     // ---- binding ---------------------------------------------------------------------------
     // Every binding first releases the previous one, so a failed binding leaves the view
-    // unbound. Results: 0 success, -5 null argument, -1 allocation failure or unusable palette.
+    // unbound. Results: ST_OK, ST_BAD_ARGUMENT null argument, ST_NO_MEMORY allocation failure or
+    // unusable palette.
 
     // Caller memory: row r starts at pixels + r * stride. A negative stride walks a bottom-up
     // buffer top-down (`pixels` is then the top row, last in memory). Width, stride and type are
     // taken as given; the stride's magnitude must be at least row_bytes(width, type). No palette
-    // copy is made. -5 for null pixels; -1 for a negative height or when the row table cannot be
-    // allocated. A height of 0 binds (0) but leaves the view invalid.
+    // copy is made. ST_BAD_ARGUMENT for null pixels; ST_NO_MEMORY for a negative height or when the
+    // row table cannot be allocated. A height of 0 binds (0) but leaves the view invalid.
     int Bind(unsigned char* pixels, qSize size, int stride, qPixelType type);
     // Any image buffer, through its interface: size(), pixel_address(r, 0) once per row,
     // pixel_type(). An indexed buffer (qIIndexImage) also gets a palette copy made from its
-    // colormap() with its min_t_index() as the transparent entry (-1 when that copy cannot be
-    // made or is empty; the pixels stay bound). -5 for a null buffer, and also for a buffer that
-    // reports a positive size but no address for some row (the view stays unbound).
+    // colormap() with its min_t_index() as the transparent entry (ST_NO_MEMORY when that copy
+    // cannot be made or is empty; the pixels stay bound). ST_BAD_ARGUMENT for a null buffer, and
+    // also for a buffer that reports a positive size but no address for some row (the view stays
+    // unbound).
     int Bind(const qIImageBuffer* buffer);
-    // A true-colour image's pixel block, as one contiguous top-down block. -5 for null.
+    // A true-colour image's pixel block, as one contiguous top-down block. ST_BAD_ARGUMENT for
+    // null.
     int Bind(const qDirectImage* image);
     // An index image's pixel block with a palette copy whose transparent entry is the image's
     // own stored transparent index (-1 keeps every entry's alpha). Unlike the buffer binding,
-    // it does not fall back to the palette's first transparent entry. -5 for null.
+    // it does not fall back to the palette's first transparent entry. ST_BAD_ARGUMENT for null.
     int Bind(const qIndexImage* image);
 
     // Unbinds: frees the row table and the palette copy, zeroes type and size.
@@ -76,9 +79,9 @@ public:
 
 protected:
     // Replaces the palette copy with one made from `palette`, `transparent_index` marking the
-    // only transparent entry (-1 keeps the alphas). 0 when the copy has at least one entry; else
-    // -1, with the pixel binding kept and the (empty or missing) copy owned until the next
-    // binding.
+    // only transparent entry (-1 keeps the alphas). ST_OK when the copy has at least one entry;
+    // else ST_NO_MEMORY, with the pixel binding kept and the (empty or missing) copy owned until
+    // the next binding.
     int attach_palette(const qIColormap* palette, int transparent_index);
 
 private:

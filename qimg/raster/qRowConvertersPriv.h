@@ -68,8 +68,8 @@ constexpr int q_slot_bytes(qTypeSlot slot) {
 }
 
 // The converter for `op` from `src` into `dst`, or null when the pair does not exist for that
-// operation (the transfer then answers -6). Picks the fastest kernel the processor runs unless
-// the build forces the portable ones (QIMG_SCALAR_ONLY).
+// operation (the transfer then answers ST_UNSUPPORTED). Picks the fastest kernel the processor runs
+// unless the build forces the portable ones (QIMG_SCALAR_ONLY).
 qRowConverter q_row_converter(qPixelOp op, qTypeSlot src, qTypeSlot dst);
 
 // Same-type rows moved as blocks of count * block_bits / 8 bytes.

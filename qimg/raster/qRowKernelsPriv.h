@@ -3,7 +3,7 @@
 // Each kernel gives exactly the bytes of the portable converter of the same table cell (the
 // randomized transfer tests and the blit fuzzer compare them); they only exist for speed. The
 // processor is asked once which instruction sets it has; builds with QIMG_SCALAR_ONLY have no
-// kernels at all.
+// kernels at all. The kernels, one file per instruction set: qRowKernelsIsaPriv.h.
 #pragma once
 
 #include <cstddef>
@@ -24,15 +24,13 @@ void q_copy_bytes(unsigned char* dst, const unsigned char* src, size_t bytes);
 // (or the row is not word-aligned).
 bool q_stream_fill32(unsigned char* row, size_t pixels, uint32_t word);
 
-// out[i] = the 32-bit pixel at row + 4 * columns[i] for i < count, where the columns rise with i
-// and lie in 0 .. row_pixels - 1 (the nearest-neighbour samples of one source row).
-using qGather32 = void (*)(unsigned char* out, const unsigned char* row, const int* columns,
-                           int count, int row_pixels);
-// The vector gather for this processor, or null where the portable loop serves.
-qGather32 q_fast_gather32();
+// The tier of kernels to use: 0 the portable code only (always so without vector kernels),
+// 1 the x86-64 baseline (SSE2), 2 AVX2, 3 AVX-512; the processor's best, or lower in test builds
+// that capped it.
+int q_kernel_tier();
 
-#ifdef QIMG_ALLOCATION_HOOK
-// Test builds only (they carry the allocation hook too): caps the kernels chosen on this thread
+#ifdef QIMG_TEST_HOOKS
+// Builds with the test hooks only: caps the kernels chosen on this thread
 // so one processor can check every tier against the reference. 0 portable scalar kernels,
 // 1 the x86-64 baseline (SSE2), 2 AVX2, 3 or more the best the processor runs (the default).
 QIMG_API void qimg_limit_kernels(int level);

@@ -1,6 +1,7 @@
 // The mode dispatches of the transfers: one row converter chosen per call.
 #include <cstring>
 
+#include "qimg/core/qStatus.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qTransferPlanPriv.h"
 
@@ -53,7 +54,7 @@ private:
     // source leaves it untouched (there is no remapping), though every row is still reported.
     int index_copy() {
         const qSafeColormap* dst_map = dst_.colormap();
-        if (!dst_map) return -5;
+        if (!dst_map) return ST_BAD_ARGUMENT;
         const qSafeColormap* src_map = src_.colormap();
         if (!src_map || !src_map->equals(*dst_map)) return use(q_row_nothing);
         if (s_ == PT_INDEX8) {
@@ -61,16 +62,16 @@ private:
             return use(q_row_block_copy);
         }
         if (s_ == PT_INDEX16) return use(q_row_index16_to_index8);
-        return -6;
+        return ST_UNSUPPORTED;
     }
 
     int pixel(qPixelOp op) {
         const qTypeSlot src_slot = q_type_slot(s_);
         const qRowConverter convert = q_row_converter(op, src_slot, q_type_slot(d_));
-        if (!convert) return -6;
+        if (!convert) return ST_UNSUPPORTED;
         if (src_slot == SLOT_INDEX8) {
             const qSafeColormap* map = src_.colormap();
-            if (!map) return -5;
+            if (!map) return ST_BAD_ARGUMENT;
             // Indices past the palette's entries read as (0, 0, 0, 0): the rest stays zero.
             std::memcpy(plan_->palette, map->colors(),
                         sizeof(qPixRA) * static_cast<size_t>(map->num_colors()));
@@ -108,6 +109,6 @@ int q_plan_transfer(const qImageAlias& dst, const qImageAlias& src, qBltMode mod
         case BLT_BLEND:
             return dispatch.blend();
         default:
-            return -6;
+            return ST_UNSUPPORTED;
     }
 }

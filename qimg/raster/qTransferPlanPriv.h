@@ -21,7 +21,7 @@ struct qTransferPlan {
 
 enum class qTransferKind { block, scaled };
 
-// Fills `plan` for drawing `src` into `dst`: 0, -5 (a palette copy that the transfer needs is
-// missing) or -6 (mode or pixel-type pair not supported).
+// Fills `plan` for drawing `src` into `dst`: 0, ST_BAD_ARGUMENT (a palette copy that the transfer
+// needs is missing) or ST_UNSUPPORTED (mode or pixel-type pair not supported).
 int q_plan_transfer(const qImageAlias& dst, const qImageAlias& src, qBltMode mode,
                     unsigned char opacity, qTransferKind kind, qTransferPlan* plan);

@@ -1,10 +1,11 @@
 // The fixed palettes (grey ramps and colour cubes) of every size against a plain model.
+#include "qimg/color/qColorQuantProxy.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "color/qTestImages.h"
-#include "qimg/color/qColorQuantProxy.h"
 
 namespace {
 

@@ -1,3 +1,5 @@
+#include "qimg/color/qHeckbertQuantizer.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -6,8 +8,8 @@
 
 #include "color/qTestImages.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qSafeColormap.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qSafeColormap.h"
 
 namespace {
 

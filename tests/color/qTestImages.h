@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "common/TestKit.h"
-#include "qimg/color/qIColormap.h"
 #include "qimg/core/qImageBuffer.h"
+#include "qimg/palette/qIColormap.h"
 
 namespace qtest {
 

@@ -8,8 +8,8 @@
 #include <iterator>
 #include <vector>
 
-#include "qimg/color/qIColormap.h"
 #include "qimg/core/qPixel.h"
+#include "qimg/palette/qIColormap.h"
 
 namespace qtest {
 

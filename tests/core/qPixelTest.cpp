@@ -1,12 +1,13 @@
 // Row strides and buffer sizes against the rule computed in 64 bits: rows padded to 4 bytes, and
 // -1 for a pixel type without size, a size of no value, or a result past INT_MAX.
+#include "qimg/core/qPixel.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <cstdint>
 
 #include "qimg/core/qCheckedMathPriv.h"
-#include "qimg/core/qPixel.h"
 
 namespace {
 
@@ -15,21 +16,21 @@ TEST(qPixelTest, StridesAndBufferSizesFollowTheRuleIn64Bits) {
     const struct {
         int type, bits;
     } types[] = {
-        {  0,  0},
-        {  1, 32},
-        {  2, 24},
-        {  3, 16},
-        {  4,  8},
-        {  5,  0},
-        {  6,  0},
-        {  7,  8},
-        {  8,  0},
-        { 11,  8},
-        { 12,  0},
-        { 21, 16},
-        { 22,  0},
-        { -1,  0},
-        {255,  0}
+        {0,   0 },
+        {1,   32},
+        {2,   24},
+        {3,   16},
+        {4,   8 },
+        {5,   0 },
+        {6,   0 },
+        {7,   8 },
+        {8,   0 },
+        {11,  8 },
+        {12,  0 },
+        {21,  16},
+        {22,  0 },
+        {-1,  0 },
+        {255, 0 }
     };
     const int widths[] = {-4, 0,  1,    2,     3,         4,         5,           7,
                           10, 33, 1000, 65535, 536870911, 536870912, INT_MAX - 3, INT_MAX};

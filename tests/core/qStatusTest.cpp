@@ -1,10 +1,10 @@
 // Every status code has a text of its own; any other value reads "unknown status".
+#include "qimg/core/qStatus.h"
+
 #include <gtest/gtest.h>
 
 #include <set>
 #include <string>
-
-#include "qimg/core/qStatus.h"
 
 namespace {
 

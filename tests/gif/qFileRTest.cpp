@@ -1,5 +1,7 @@
 // A file read through qFileR and the same bytes through qMemoryR answer alike: the size (asked at
 // the start, it leaves the position there), seeks from each origin and reads.
+#include "qimg/gif/qFileR.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -7,7 +9,6 @@
 #include <fstream>
 
 #include "common/TestKit.h"
-#include "qimg/gif/qFileR.h"
 #include "qimg/gif/qMemoryR.h"
 
 namespace {

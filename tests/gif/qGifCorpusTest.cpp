@@ -1,6 +1,8 @@
 // Every file of the corpus (written by ImageMagick, Pillow, gifsicle and giflib) read by qimg
 // and by giflib's DGifSlurp: screen, global map, every frame's indices, offset, size, delay,
 // disposal and transparent index, the loop count and the comments must agree exactly.
+#include "qimg/gif/qGifAnimation.h"
+
 #include <gtest/gtest.h>
 
 #ifdef QIMG_HAVE_GIFLIB
@@ -14,13 +16,12 @@
 
 #include "common/TestKit.h"
 #include "gif/GiflibReference.h"
-#include "qimg/color/qColormap.h"
-#include "qimg/core/qImageProxy.h"
-#include "qimg/gif/qGifAnimation.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 

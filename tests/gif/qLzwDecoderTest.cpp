@@ -1,3 +1,5 @@
+#include "qimg/gif/qLzwDecoder.h"
+
 #include <gtest/gtest.h>
 
 #include <random>
@@ -5,7 +7,6 @@
 #include <vector>
 
 #include "GifTestKit.h"
-#include "qimg/gif/qLzwDecoder.h"
 
 namespace {
 

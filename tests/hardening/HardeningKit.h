@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "common/TestKit.h"
-#include "qimg/color/qIColormap.h"
-#include "qimg/core/qImageProxy.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qMemoryR.h"
+#include "qimg/palette/qIColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace hardening {

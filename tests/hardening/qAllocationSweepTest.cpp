@@ -3,6 +3,8 @@
 // progress call with the monitor answering false there. Every such run must return its
 // documented code and leave what a caller sees as the scenario says; LeakSanitizer (the
 // `make test` build) catches anything a failure path forgets to release.
+#include "qimg/core/qAllocationHookPriv.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,12 +14,11 @@
 
 #include "hardening/HardeningKit.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/image/qDirectImage.h"
 #include "qimg/image/qFrameComposer.h"
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 
 namespace {
 
@@ -169,13 +170,13 @@ std::vector<Scenario> scenarios() {
         qQuantizer quantizer;
         const qIColormap* map;  // the given-map form when set
     } reductions[] = {
-        {   "adaptive, nearest",           nullptr, CM_ADAPTIVE,   QT_NEAREST, nullptr},
-        {  "adaptive, dithered",           nullptr, CM_ADAPTIVE, QT_DIFFUSION, nullptr},
-        {      "cube, dithered",           nullptr,     CM_CUBE, QT_DIFFUSION, nullptr},
-        {       "grey, nearest",           nullptr,     CM_GRAY,   QT_NEAREST, nullptr},
-        { "given map, dithered",           nullptr,     CM_CUBE, QT_DIFFUSION,   given},
-        { "gif frame, adaptive", transparent.get(), CM_ADAPTIVE, QT_DIFFUSION, nullptr},
-        {"gif frame, given map", transparent.get(),     CM_CUBE,   QT_NEAREST,   given},
+        {"adaptive, nearest",    nullptr,           CM_ADAPTIVE, QT_NEAREST,   nullptr},
+        {"adaptive, dithered",   nullptr,           CM_ADAPTIVE, QT_DIFFUSION, nullptr},
+        {"cube, dithered",       nullptr,           CM_CUBE,     QT_DIFFUSION, nullptr},
+        {"grey, nearest",        nullptr,           CM_GRAY,     QT_NEAREST,   nullptr},
+        {"given map, dithered",  nullptr,           CM_CUBE,     QT_DIFFUSION, given  },
+        {"gif frame, adaptive",  transparent.get(), CM_ADAPTIVE, QT_DIFFUSION, nullptr},
+        {"gif frame, given map", transparent.get(), CM_CUBE,     QT_NEAREST,   given  },
     };
     for (const auto& r : reductions) {
         add(
@@ -263,4 +264,4 @@ TEST(AllocationSweep, EveryScenario) {
 
 }  // namespace
 
-#endif  // QIMG_ALLOCATION_HOOK
+#endif  // QIMG_TEST_HOOKS

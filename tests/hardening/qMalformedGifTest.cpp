@@ -3,6 +3,8 @@
 // sees any write outside them), and the memory a stream costs stays bounded by its size and its
 // declared dimensions. Streams are built here from labelled parts; the interesting ones are also
 // seeds of the GIF fuzz target (fuzz/corpus/gif/malformed-*).
+#include "qimg/facade/qImageProxy.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -73,11 +75,11 @@ unsigned long long budget(const Bytes& bytes, long long declared_pixels) {
 void check_case(const Case& c, long long declared_pixels) {
     SCOPED_TRACE(c.name);
     qImageProxy proxy;
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     qimg_fail_allocation(0);
 #endif
     EXPECT_EQ(read_bytes(proxy, c.bytes), c.status);
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     EXPECT_LE(qimg_allocated_bytes(), budget(c.bytes, declared_pixels));
 #else
     (void)declared_pixels;

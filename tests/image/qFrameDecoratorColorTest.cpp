@@ -1,5 +1,7 @@
 // Colour reduction of a frame: the facade's result equals the palette of the quantizer and the
 // mapping of the row mappers run by hand, and a refused reduction leaves the frame as it was.
+#include "qimg/image/qFrameDecorator.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -10,11 +12,10 @@
 
 #include "color/qTestImages.h"
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/color/qColormap.h"
-#include "qimg/core/qImageProxy.h"
-#include "qimg/gif/qGifColormap.h"
+#include "qimg/color/qGifColormap.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/image/qDirectImage.h"
-#include "qimg/image/qFrameDecorator.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {
@@ -68,11 +69,11 @@ TEST(qFrameDecoratorColorTest, RefusedReductionsLeaveTheLeafInPlace) {
         int expected;
         Call call;
     } cases[] = {
-        {  "unknown palette kind",  -6,      generated(16,       3)},
-        {"grey ramp of no levels",  -5,       generated(0, CM_GRAY)},
-        {              "null map",  -5,     given(nullptr,    true)},
-        {             "empty map",  -5,  given(&empty_map,    true)},
-        {  "no transparent entry", -10, given(&opaque_map,   false)},
+        {"unknown palette kind",   -6,  generated(16,      3)      },
+        {"grey ramp of no levels", -5,  generated(0,       CM_GRAY)},
+        {"null map",               -5,  given(nullptr,     true)   },
+        {"empty map",              -5,  given(&empty_map,  true)   },
+        {"no transparent entry",   -10, given(&opaque_map, false)  },
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -1,3 +1,5 @@
+#include "qimg/raster/qImageEdit.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include <vector>
 
 #include "qimg/core/qAllocationHookPriv.h"
-#include "qimg/raster/qImageEdit.h"
 #include "raster/qBlitReference.h"
 
 namespace {
@@ -229,13 +230,13 @@ TEST(qFillRectTest, StatusCodes) {
         const unsigned char* colour;
         int expected;
     } cases[] = {
-        {PT_BGRA32,      qRect(20,       3,       5,       5), PT_INDEX8,  colour,  0}, // empty wins
-        { PT_GRAY8,       qRect(0,       0,       2,       2), PT_BGRA32,  colour, -6},
-        {PT_INDEX8,       qRect(0,       0,       2,       2), PT_BGRA32,  colour, -6},
-        { PT_BGR24,       qRect(0,       0,       2,       2),  PT_BGR24,  colour, -6},
-        {PT_BGRA32,       qRect(0,       0,       2,       2), PT_BGRA32, nullptr, -5},
-        {PT_BGRA32, qRect(INT_MIN, INT_MIN, INT_MAX, INT_MAX), PT_BGRA32,  colour,  0},
-        {PT_BGRA32, qRect(INT_MAX,       0, INT_MAX,       3), PT_BGRA32,  colour,  0},
+        {PT_BGRA32, qRect(20,      3,       5,       5),       PT_INDEX8, colour,  0 }, // empty wins
+        {PT_GRAY8,  qRect(0,       0,       2,       2),       PT_BGRA32, colour,  -6},
+        {PT_INDEX8, qRect(0,       0,       2,       2),       PT_BGRA32, colour,  -6},
+        {PT_BGR24,  qRect(0,       0,       2,       2),       PT_BGR24,  colour,  -6},
+        {PT_BGRA32, qRect(0,       0,       2,       2),       PT_BGRA32, nullptr, -5},
+        {PT_BGRA32, qRect(INT_MIN, INT_MIN, INT_MAX, INT_MAX), PT_BGRA32, colour,  0 },
+        {PT_BGRA32, qRect(INT_MAX, 0,       INT_MAX, 3),       PT_BGRA32, colour,  0 },
     };
     for (const Case& c : cases) {
         qImageEdit view;

@@ -16,14 +16,14 @@
 #include <string>
 #include <vector>
 
-#include "qimg/color/qColormap.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qTypes.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 #include "tests/common/ReadOnlyIndexImage.h"
 
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
 #include "qimg/raster/qRowKernelsPriv.h"
 #endif
 
@@ -535,7 +535,7 @@ inline std::string compare_transfer(Image& dst, const Image& src, qRect rect, qP
 // hooks run only the kernels the processor picks.
 template <class Body>
 void for_each_kernel_tier(Body body, int lowest = 0) {
-#ifdef QIMG_ALLOCATION_HOOK
+#ifdef QIMG_TEST_HOOKS
     for (int level = lowest; level <= 3; ++level) {
         qimg_limit_kernels(level);
         body(level);

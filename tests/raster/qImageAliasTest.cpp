@@ -1,10 +1,11 @@
 // Views over caller memory: row addressing for any stride sign and pixel size (the transfers
 // themselves are compared with the reference in qBitBltTest).
+#include "qimg/raster/qImageAlias.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "qimg/raster/qImageAlias.h"
 #include "raster/qBlitReference.h"
 
 namespace {
@@ -20,12 +21,12 @@ TEST(qImageAliasTest, RowsAndColumnsForAnyStrideAndPixelSize) {
     const struct {
         int type, column, offset;
     } cases[] = {
-        {      PT_BGRA32, 3, 12},
-        {       PT_BGR24, 3,  9},
-        {     PT_INDEX16, 3,  6},
-        {PT_GRAY_ALPHA16, 1,  2},
-        {       PT_GRAY8, 7,  7},
-        {              5, 9,  0}
+        {PT_BGRA32,       3, 12},
+        {PT_BGR24,        3, 9 },
+        {PT_INDEX16,      3, 6 },
+        {PT_GRAY_ALPHA16, 1, 2 },
+        {PT_GRAY8,        7, 7 },
+        {5,               9, 0 }
     };  // 5: no storage size
     EXPECT_EQ(view.Bind(static_cast<const qIImageBuffer*>(nullptr)), -5);
     qref::Image negative(PT_BGRA32, 3, -1);  // a buffer claiming -1 rows

@@ -2,6 +2,8 @@
 // read-only buffer), each into its own proxy, then reduce and draw their own images, and must
 // get exactly what one thread gets alone. Built with ThreadSanitizer by `make tsan`, which then
 // reports any data race between them (the library has no global mutable state to race on).
+#include "qimg/facade/qImageProxy.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,7 +11,6 @@
 #include <vector>
 
 #include "common/TestKit.h"
-#include "qimg/core/qImageProxy.h"
 #include "qimg/gif/qMemoryR.h"
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/raster/qImageEdit.h"

@@ -1,0 +1,37 @@
+// qImageProxy::read_gif: a GIF stream into the facade, as a qGifAnimation.
+#include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/facade/qImageProxy.h"
+#include "qimg/gif/qFileR.h"
+#include "qimg/gif/qGifAnimation.h"
+
+int qImageProxy::read_gif(const char* path, qIMonitor* monitor) {
+    qFileR file;
+    if (!file.open(path)) return ST_READ_ERROR;
+    return read_gif(&file, monitor);  // the file closes when `file` goes
+}
+
+int qImageProxy::read_gif(qIFileR* source, qIMonitor* monitor) {
+    if (source == nullptr) return ST_BAD_ARGUMENT;
+    qGifAnimation* animation = q_new<qGifAnimation>();
+    if (animation == nullptr) return ST_NO_MEMORY;
+    int rc = animation->read(source, monitor);
+    // A stream that broke off or was stopped after a complete frame is still worth showing.
+    if (animation->valid()) rc = 0;
+    if (animation->size().empty()) {
+        // A screen declared empty takes the size of the first image.
+        const qIComponent* leaf = animation->current_leaf();
+        if (leaf == nullptr) {
+            rc = ST_NO_MEMORY;
+        } else if (rc == 0) {
+            rc = animation->set_screen_size(leaf->size());
+        }
+    }
+    if (rc != 0) {
+        delete animation;
+        animation = nullptr;
+    }
+    clear();
+    component_ = animation;
+    return rc;
+}
