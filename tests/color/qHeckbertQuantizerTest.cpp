@@ -74,6 +74,8 @@ TEST(qHeckbertQuantizerTest, MedianCutRules) {
         {"axis tie goes to green", red_or_green, 2, {rgba(12, 0, 0), rgba(24, 16, 0)}},
         // Spans: green 2 * 24 = 48, blue 6 * 8 = 48: blue must be longer to win.
         {"blue only when longer", blue_or_green, 2, {rgba(0, 0, 24), rgba(0, 16, 0)}},
+        // Spans: red 2 * 16 = 32 beat green 1 * 24; split at red 1.
+        {"red when longer", cells({{0, 0, 0}, {2, 0, 0}, {0, 1, 0}}), 2, {g(4), rgba(16, 0, 0)}},
         {"no box to split", cells({{5, 6, 7}}), 16, {rgba(40, 48, 56)}},
     };
     // clang-format on
