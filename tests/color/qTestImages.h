@@ -1,7 +1,7 @@
 // qTestImages.h: tiny image buffers for the colour tests, independent of the library's image
-// classes: a true-colour and an index buffer over one exactly sized std::vector each (rows are
-// not padded), so AddressSanitizer catches a read past the last pixel. Plus the brute-force
-// nearest-colour reference.
+// classes: a true-colour buffer over one exactly sized std::vector (rows are not padded), so
+// AddressSanitizer catches a read past the last pixel. Plus the palette cache's nearest-colour rule
+// written plainly.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,6 @@
 #include "common/TestKit.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/palette/qIColormap.h"
-#include "tests/common/ReadOnlyIndexImage.h"
 
 namespace qtest {
 
@@ -40,34 +39,6 @@ private:
     std::vector<qPixRA> pixels_;
 };
 
-class IndexImage : public qtest::ReadOnlyIndexImage {
-public:
-    IndexImage(int width, int height, const qIColormap* map)
-        : width_(width),
-          height_(height),
-          map_(map),
-          pixels_(static_cast<size_t>(width) * static_cast<size_t>(height), 0) {}
-    bool valid() const override { return width_ > 0 && height_ > 0 && map_; }
-    unsigned char* pixel_address(int row, int column) const override {
-        if (row < 0 || column < 0 || pixels_.empty()) return nullptr;
-        auto* base = const_cast<unsigned char*>(pixels_.data());
-        return base + static_cast<size_t>(row) * width_ + column;
-    }
-    qSize size() const override { return qSize(width_, height_); }
-    qPixelType pixel_type() const override { return PT_INDEX8; }
-    const qIColormap* colormap() const override { return map_; }
-    int min_t_index() const override { return map_ ? map_->min_t_index() : -1; }
-
-    unsigned char& at(int x, int y) { return pixels_[static_cast<size_t>(y) * width_ + x]; }
-    unsigned char at(int x, int y) const { return pixels_[static_cast<size_t>(y) * width_ + x]; }
-    const std::vector<unsigned char>& pixels() const { return pixels_; }
-
-private:
-    int width_, height_;
-    const qIColormap* map_;
-    std::vector<unsigned char> pixels_;
-};
-
 inline qPixRA random_colour(std::mt19937& rng, int alpha = 255) {
     return rgba(static_cast<int>(rng() & 255), static_cast<int>(rng() & 255),
                 static_cast<int>(rng() & 255), alpha);
@@ -79,22 +50,6 @@ inline int64_t cell_distance(int r, int g, int b, qPixRA c) {
     const int64_t dg = (g >> 3) * 8 + 4 - c.green;
     const int64_t db = (b >> 3) * 8 + 4 - c.blue;
     return 4 * dr * dr + 9 * dg * dg + db * db;
-}
-
-// The nearest entry by brute force: entries with alpha 0 only when all have alpha 0, the lowest
-// index on a tie; -1 for an empty map.
-inline int brute_nearest(const qIColormap& map, int r, int g, int b) {
-    bool any_visible = false;
-    for (int i = 0; i < map.num_colors(); ++i) any_visible |= map.get_color(i).alpha != 0;
-    int best = -1;
-    int64_t best_distance = 0;
-    for (int i = 0; i < map.num_colors(); ++i) {
-        const qPixRA c = map.get_color(i);
-        if (any_visible && c.alpha == 0) continue;
-        const int64_t d = cell_distance(r, g, b, c);
-        if (best < 0 || d < best_distance) best = i, best_distance = d;
-    }
-    return best;
 }
 
 // The cache's answer for one cell, worked out directly: the candidates of the cell's 4 x 4 x 4

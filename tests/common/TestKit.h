@@ -1,6 +1,5 @@
 // TestKit.h: small helpers every test program may share: whole files as bytes, the GIF corpus,
-// BGRA colours written in RGB(A) order, a monitor that stops at a chosen row and a palette's
-// entries as a vector.
+// BGRA colours written in RGB(A) order and a palette's entries as a vector.
 #pragma once
 
 #include <algorithm>
@@ -39,7 +38,7 @@ inline qPixRA rgba(int r, int g, int b, int a = 255) {
                   static_cast<unsigned char>(r), static_cast<unsigned char>(a)};
 }
 
-// Answers false once `row` rows are done, so an operation stops after exactly that many.
+// Answers false once `row` rows (or other units of work) are done.
 class StopAtRow : public qIMonitor {
 public:
     explicit StopAtRow(int row) : row_(row) {}

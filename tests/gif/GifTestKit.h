@@ -52,7 +52,6 @@ private:
 struct EncodeOptions {
     bool clear_when_full = true;  // false keeps using a full 4096-entry table
     bool end_code = true;
-    bool leading_clear = true;
 };
 
 inline Bytes lzw_encode(const Bytes& input, int m, EncodeOptions options = {}) {
@@ -78,7 +77,7 @@ inline Bytes lzw_encode(const Bytes& input, int m, EncodeOptions options = {}) {
     };
     std::map<std::pair<unsigned, unsigned char>, unsigned> dict;
     unsigned encoder_next = clear + 2;
-    if (options.leading_clear) emit(clear);
+    emit(clear);
     if (!input.empty()) {
         unsigned w = input[0];
         for (size_t i = 1; i < input.size(); ++i) {
@@ -108,96 +107,59 @@ inline Bytes lzw_encode(const Bytes& input, int m, EncodeOptions options = {}) {
 class GifBuilder {
 public:
     GifBuilder& header(const char* signature = "GIF89a") {
-        bytes_.insert(bytes_.end(), signature, signature + 6);
-        return *this;
+        return raw(Bytes(signature, signature + 6));
     }
     // Logical screen descriptor; `table_code` >= 0 announces a global table of 2 << code.
     GifBuilder& screen(int width, int height, int table_code = -1, int background = 0) {
-        u16(width);
-        u16(height);
-        bytes_.push_back(table_code >= 0 ? static_cast<unsigned char>(0x80 | table_code) : 0);
-        bytes_.push_back(static_cast<unsigned char>(background));
-        bytes_.push_back(0);
-        return *this;
+        return raw({lo(width), hi(width), lo(height), hi(height),
+                    lo(table_code >= 0 ? 0x80 | table_code : 0), lo(background), 0});
     }
     // A colour table of `n` entries, entry i = (i, 2i, 3i).
     GifBuilder& color_table(int n) {
-        for (int i = 0; i < n; ++i) {
-            bytes_.push_back(static_cast<unsigned char>(i));
-            bytes_.push_back(static_cast<unsigned char>(2 * i));
-            bytes_.push_back(static_cast<unsigned char>(3 * i));
-        }
+        for (int i = 0; i < n; ++i) raw({lo(i), lo(2 * i), lo(3 * i)});
         return *this;
     }
     GifBuilder& control(int disposal, int delay, int transparent) {
-        const int packed = (disposal << 2) | (transparent >= 0 ? 1 : 0);
-        raw({0x21, 0xF9, 4, static_cast<unsigned char>(packed)});
-        u16(delay);
-        raw({static_cast<unsigned char>(transparent >= 0 ? transparent : 0), 0});
-        return *this;
+        return raw({0x21, 0xF9, 4, lo((disposal << 2) | (transparent >= 0 ? 1 : 0)), lo(delay),
+                    hi(delay), lo(transparent >= 0 ? transparent : 0), 0});
     }
     // Image descriptor; `table_code` >= 0 announces a local table of 2 << code.
     GifBuilder& descriptor(int left, int top, int width, int height, int table_code = -1,
                            bool interlaced = false) {
-        bytes_.push_back(0x2C);
-        u16(left);
-        u16(top);
-        u16(width);
-        u16(height);
-        int packed = interlaced ? 0x40 : 0;
-        if (table_code >= 0) packed |= 0x80 | table_code;
-        bytes_.push_back(static_cast<unsigned char>(packed));
-        return *this;
+        const int packed = (table_code >= 0 ? 0x80 | table_code : 0) | (interlaced ? 0x40 : 0);
+        return raw({0x2C, lo(left), hi(left), lo(top), hi(top), lo(width), hi(width), lo(height),
+                    hi(height), lo(packed)});
     }
-    // Image data: the code size byte, then `codes` in sub-blocks of `block` bytes, then 0.
-    GifBuilder& image_data(int m, const Bytes& codes, size_t block = 255) {
-        bytes_.push_back(static_cast<unsigned char>(m));
-        return sub_blocks(codes, block);
-    }
+    // Image data: the code size byte, then `codes` in sub-blocks, then 0.
+    GifBuilder& image_data(int m, const Bytes& codes) { return raw({lo(m)}).sub_blocks(codes); }
     // Indices LZW-encoded with code size m.
-    GifBuilder& pixels(int m, const Bytes& indices, size_t block = 255) {
-        return image_data(m, lzw_encode(indices, m), block);
-    }
-    GifBuilder& comment(const std::string& text, size_t block = 255) {
-        raw({0x21, 0xFE});
-        return sub_blocks(Bytes(text.begin(), text.end()), block);
-    }
-    GifBuilder& application(const char* id11, const Bytes& data) {
-        raw({0x21, 0xFF, 11});
-        bytes_.insert(bytes_.end(), id11, id11 + 11);
-        return sub_blocks(data, 255);
+    GifBuilder& pixels(int m, const Bytes& indices) {
+        return image_data(m, lzw_encode(indices, m));
     }
     GifBuilder& looping(int count) {
-        return application("NETSCAPE2.0", {1, static_cast<unsigned char>(count & 255),
-                                           static_cast<unsigned char>(count >> 8)});
+        raw({0x21, 0xFF, 11});
+        raw(Bytes{'N', 'E', 'T', 'S', 'C', 'A', 'P', 'E', '2', '.', '0'});
+        return sub_blocks({1, lo(count), hi(count)});
     }
-    GifBuilder& trailer() {
-        bytes_.push_back(0x3B);
-        return *this;
-    }
+    GifBuilder& trailer() { return raw({0x3B}); }
     GifBuilder& raw(const Bytes& b) {
         bytes_.insert(bytes_.end(), b.begin(), b.end());
         return *this;
     }
-    // Data sub-blocks of at most `block` bytes, then the terminator.
-    GifBuilder& sub_blocks(const Bytes& data, size_t block) {
-        for (size_t at = 0; at < data.size(); at += block) {
-            const size_t n = std::min(block, data.size() - at);
-            bytes_.push_back(static_cast<unsigned char>(n));
-            bytes_.insert(bytes_.end(), data.begin() + static_cast<long>(at),
-                          data.begin() + static_cast<long>(at + n));
+    // Data sub-blocks of at most 255 bytes, then the terminator.
+    GifBuilder& sub_blocks(const Bytes& data) {
+        for (size_t at = 0; at < data.size(); at += 255) {
+            const size_t n = std::min<size_t>(255, data.size() - at);
+            raw({lo(static_cast<int>(n))});
+            bytes_.insert(bytes_.end(), data.begin() + long(at), data.begin() + long(at + n));
         }
-        bytes_.push_back(0);
-        return *this;
+        return raw({0});
     }
-    size_t size() const { return bytes_.size(); }
     const Bytes& bytes() const { return bytes_; }
 
 private:
-    void u16(int v) {
-        bytes_.push_back(static_cast<unsigned char>(v & 255));
-        bytes_.push_back(static_cast<unsigned char>((v >> 8) & 255));
-    }
+    static unsigned char lo(int v) { return static_cast<unsigned char>(v & 255); }
+    static unsigned char hi(int v) { return static_cast<unsigned char>((v >> 8) & 255); }
     Bytes bytes_;
 };
 
@@ -218,25 +180,5 @@ inline Bytes composed_frames(qGifAnimation& animation) {
     }
     return out;
 }
-
-#ifdef QIMG_HAVE_GIFLIB
-}  // namespace gif_test
-#include <gif_lib.h>
-namespace gif_test {
-
-// giflib's input callback over bytes in memory, for the cross-checks against giflib.
-struct MemoryInput {
-    const Bytes* bytes;
-    size_t at;
-};
-
-inline int read_memory(GifFileType* gif, GifByteType* out, int n) {
-    auto* in = static_cast<MemoryInput*>(gif->UserData);
-    const size_t k = std::min(static_cast<size_t>(n), in->bytes->size() - in->at);
-    std::memcpy(out, in->bytes->data() + in->at, k);
-    in->at += k;
-    return static_cast<int>(k);
-}
-#endif
 
 }  // namespace gif_test

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "gif/GifTestKit.h"
+#include "qimg/core/qAllocationHookPriv.h"
 #include "hardening/HardeningKit.h"
 
 namespace {

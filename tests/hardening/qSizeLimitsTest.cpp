@@ -1,10 +1,10 @@
 // Sizes at the edge of the address space: where size_t has 32 bits, an element count that fits
 // an int can still overflow the byte count of its block.
+#include "qimg/gif/qObjArray.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
-
-#include "qimg/gif/qObjArray.h"
 
 namespace {
 

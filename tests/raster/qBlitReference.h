@@ -11,13 +11,21 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <random>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qTypes.h"
 #include "qimg/palette/qColormap.h"
+#include "qimg/raster/qImageEdit.h"
 #include "tests/common/ReadOnlyIndexImage.h"
+
+#ifdef QIMG_TEST_HOOKS
+#include "qimg/raster/qRowKernelsPriv.h"
+#endif
 
 namespace qref {
 
@@ -432,12 +440,6 @@ inline Difference first_difference(const Image& a, const Image& b) {
     return {};
 }
 
-}  // namespace qref
-
-#include <random>
-
-namespace qref {
-
 // Alpha values that reach every branch: transparent, opaque and partial in equal shares.
 inline unsigned char random_alpha(std::mt19937& rng) {
     const unsigned pick = rng() % 3;
@@ -487,10 +489,6 @@ inline Image copy_of(const Image& image) {
     return copy;
 }
 
-}  // namespace qref
-
-namespace qref {
-
 // A destination rectangle and source position around the two images, mostly overlapping them,
 // sometimes reaching past any edge, now and then empty.
 inline void random_placement(std::mt19937& rng, const Image& src, const Image& dst, qRect* rect,
@@ -508,13 +506,29 @@ inline void random_placement(std::mt19937& rng, const Image& src, const Image& d
     *pos = qPoint(in(-3, src.width() - 1), in(-3, src.height() - 1));
 }
 
-}  // namespace qref
-
-#ifdef QIMG_TEST_HOOKS
-#include "qimg/raster/qRowKernelsPriv.h"
-#endif
-
-namespace qref {
+// Draws `src` onto `dst` through the library (ScaledBlt when `scaled`, else BitBlt) and onto a
+// copy through the reference: empty when status, pixels and progress calls agree, else what
+// differs.
+inline std::string compare_transfer(Image& dst, const Image& src, qRect rect, qPoint pos, float sx,
+                                    float sy, bool scaled, qBltMode mode, int k, bool watched) {
+    Image expected = copy_of(dst);
+    const Outcome want = scaled ? scaled_blit(expected, src, rect, pos, sx, sy, 1, mode, k)
+                                : blit(expected, src, rect, pos, mode, k);
+    std::unique_ptr<qIImageBuffer> hs, hd;
+    qImageEdit from, to;
+    if (bind(from, const_cast<Image&>(src), hs) != 0 || bind(to, dst, hd) != 0) return "binding";
+    CountingMonitor monitor;
+    qIMonitor* m = watched ? &monitor : nullptr;
+    const auto opacity = static_cast<unsigned char>(k);
+    const int got = scaled ? to.ScaledBlt(rect, &from, pos, sx, sy, 1, mode, opacity, m)
+                           : to.BitBlt(rect, &from, pos, mode, opacity, m);
+    const Difference diff = first_difference(dst, expected);
+    if (got == want.status && diff.row < 0 && monitor.calls == (watched ? want.rows : 0)) return {};
+    std::ostringstream out;
+    out << "status " << got << " want " << want.status << ", rows " << monitor.calls << " want "
+        << want.rows << ", first difference at row " << diff.row << " byte " << diff.byte;
+    return out.str();
+}
 
 // Runs `body(level)` with the library limited to each tier of row kernels in turn (portable,
 // x86-64 baseline, AVX2, AVX-512), so one processor checks them all; builds without the test
