@@ -26,8 +26,8 @@ RUN_PYTHON := PYTHONPATH=$(PYTHON_BUILD)/python $(PYTHON)
 # The 32-bit build compiles GoogleTest from the sources Debian ships in package googletest.
 TEST32_PACKAGES := $(BUILD_PACKAGES) g++-multilib googletest
 
-.PHONY: all test tsan test32 demo bench fuzz fuzz-smoke format install-check clean python \
-        test-python bench-python
+.PHONY: all test tsan test32 demo bench bench-quality fuzz fuzz-smoke format install-check clean \
+        python test-python bench-python
 
 all: demo
 
@@ -102,6 +102,14 @@ bench:
 	@[ -d build/bench/gif-classes ] || bench/make-gif-classes.sh build/bench/gif-classes
 	build/bench/bench/qimg_bench
 	$(PYTHON) bench/gif_sizes.py build/bench/tools/qimg
+
+# The palette-quality table of bench/README.md: qimg, libimagequant and Pillow on the same photos.
+bench-quality:
+	$(ENSURE) $(BENCH_PACKAGES)
+	$(CMAKE_CONFIGURE) -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DQIMG_BUILD_TESTS=OFF \
+	    -DQIMG_BUILD_BENCH=ON
+	cmake --build build/bench -j$(JOBS) --target qimg_quantize_quality
+	build/bench/bench/qimg_quantize_quality
 
 # qimg's Python package beside Pillow on the same files, in one run.
 bench-python: python

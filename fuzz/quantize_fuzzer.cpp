@@ -106,7 +106,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int height = 1 + in.next() % 48;
     const float color_strength = static_cast<float>(in.next()) / 128.0f;
     const float alpha_strength = static_cast<float>(static_cast<int8_t>(in.next())) / 64.0f;
-    in.next();
+    // With kind 1, the quality palette instead of the median cut.
+    const bool quality = kind == 1 && (in.next() & 1);
     in.next();
 
     qSafeColormap source_palette;
@@ -123,7 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     qColorQuantProxy proxy;
     const qIColormap* palette = nullptr;
     if (kind == 1) {
-        check(proxy.create_quantizer() == 0, "create_quantizer");
+        check(proxy.create_quantizer(quality ? CM_QUALITY : CM_ADAPTIVE) == 0, "create_quantizer");
         check(proxy.prescan_quantize(&image, min_alpha) == 0, "prescan");
         check(proxy.select_colors(n, transparent) == 0, "select_colors");
         palette = proxy.colormap();
@@ -182,8 +183,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                             : facade.Set(static_cast<const qIDirectImage*>(&direct));
     check(set == 0, "Set");
     const qQuantizer quantizer = (options & 128) ? QT_DIFFUSION : QT_NEAREST;
-    const int status = facade.quantize_colors(n, static_cast<qCmapType>(kind), quantizer, opaque,
-                                              color_strength, alpha_strength, min_alpha, nullptr);
+    const qCmapType facade_kind = quality ? CM_QUALITY : static_cast<qCmapType>(kind);
+    const int status = facade.quantize_colors(n, facade_kind, quantizer, opaque, color_strength,
+                                              alpha_strength, min_alpha, nullptr);
     // A generated palette always has room for what it must map: a transparent entry whenever
     // transparency is kept. Only a grey ramp of no levels without transparent entry is empty,
     // and an empty palette cannot be copied (-5).
@@ -199,7 +201,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         "reduced image");
     const int t = reduced->min_t_index();
     check(opaque ? t < 0 : t == reduced->num_colors() - 1, "transparent entry");
-    const bool two_level = quantizer == QT_NEAREST || !(alpha_strength > 0);
+    // The quality kind keeps alpha two-level whatever alpha_strength says.
+    const bool two_level = quantizer == QT_NEAREST || !(alpha_strength > 0) || quality;
     for (int y = 0; y < height; ++y) {
         const unsigned char* row = leaf->pixel_address(y, 0);
         for (int x = 0; x < width; ++x) {

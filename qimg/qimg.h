@@ -3,7 +3,7 @@
 //
 //   core/    value types, enumerations, status codes, the progress monitor, the component
 //            and pixel-buffer interfaces, and the facade qImageProxy
-//   color/   colour maps, the median-cut quantizer and fixed palettes
+//   color/   colour maps, the median-cut and quality quantizers and fixed palettes
 //   image/   true-colour and indexed images, the frame decorator, the frame composer
 //   raster/  views onto pixel memory and the operations that draw into them
 //   gif/     byte sources and sinks, the growable array, the graphic control record, LZW
@@ -18,6 +18,7 @@
 #include "qimg/color/qGifColormap.h"
 #include "qimg/color/qHeckbertQuantizer.h"
 #include "qimg/color/qIColorQuantizer.h"
+#include "qimg/color/qQualityQuantizer.h"
 #include "qimg/core/qComponent.h"
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"

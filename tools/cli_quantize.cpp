@@ -1,4 +1,4 @@
-// qimg quantize IN.png -o OUT.png --colors N [--palette adaptive|cube|gray]
+// qimg quantize IN.png -o OUT.png|OUT.gif --colors N [--palette quality|median-cut|cube|gray]
 //                [--dither [--color-strength S] [--alpha-strength S]] [--opaque]
 #include <cstring>
 
@@ -14,7 +14,7 @@ struct QuantizeOptions {
     std::string input;
     std::string output;
     int colors = 0;
-    qCmapType palette = CM_ADAPTIVE;
+    qCmapType palette = CM_QUALITY;
     bool dither = false;
     float color_strength = 1.0f;
     float alpha_strength = 1.0f;
@@ -32,14 +32,17 @@ int parse(ArgList& args, QuantizeOptions& o) {
                 return report_usage(error);
         } else if (word == "--palette") {
             if (!args.take_value(word, value, error)) return report_usage(error);
-            if (value == "adaptive")
+            if (value == "quality")
+                o.palette = CM_QUALITY;
+            else if (value == "median-cut" || value == "adaptive")
                 o.palette = CM_ADAPTIVE;
             else if (value == "cube")
                 o.palette = CM_CUBE;
             else if (value == "gray" || value == "grey")
                 o.palette = CM_GRAY;
             else
-                return report_usage("--palette takes adaptive, cube or gray, not '" + value + "'");
+                return report_usage("--palette takes quality, median-cut, cube or gray, not '" +
+                                    value + "'");
         } else if (word == "--dither") {
             o.dither = true;
         } else if (word == "--color-strength" || word == "--alpha-strength") {

@@ -23,12 +23,14 @@ Commands:
         with its disposal method, magnified by nearest neighbour (factors 0.01 to 64).
   sheet FILE.gif -o SHEET.png [--columns C] [--scale S]
         Writes every composed frame on one contact sheet, labelled by index and delay.
-  quantize IN.png -o OUT.png|OUT.gif --colors N [--palette adaptive|cube|gray]
+  quantize IN.png -o OUT.png|OUT.gif --colors N [--palette quality|median-cut|cube|gray]
            [--dither [--color-strength S] [--alpha-strength S]] [--opaque]
         Reduces a picture to N colours (2 to 256) and writes an indexed PNG (or a GIF,
-        for a .gif name) with its palette and transparency. adaptive (default) chooses
-        the palette by median cut; --dither diffuses the error (strengths 0 to 1,
-        default 1); --opaque drops alpha.
+        for a .gif name) with its palette and transparency. quality (default) chooses the
+        least-error palette and maps each pixel to its exact nearest colour; median-cut
+        (also: adaptive) is the faster median cut; --dither diffuses the error (strengths
+        0 to 1, default 1; the quality palette spares flat areas and edges and keeps alpha
+        two-level); --opaque drops alpha.
   encode FRAME.png... -o OUT.gif [--delay MS] [--loop N] [--colors N] [--dither]
         Makes an animated GIF of the pictures (all of one size), one palette of N
         colours (default 256) for all, each frame cut to what changed. --delay per

@@ -59,7 +59,7 @@ def quantize(
     image: Pixels,
     *,
     colors: int = 256,
-    palette: str = "adaptive",
+    palette: str = "quality",
     dither: bool = False,
     color_strength: float = 1.0,
     alpha_strength: float = 1.0,

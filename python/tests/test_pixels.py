@@ -17,19 +17,20 @@ def rgba_of(rgb, alpha=255):
     return np.dstack([rgb, np.full(rgb.shape[:2], alpha, np.uint8)])
 
 
-def test_adaptive_palette_keeps_few_colours_exactly():
+@pytest.mark.parametrize("kind", ["quality", "adaptive"])
+def test_palettes_from_pixels_keep_few_colours_exactly(kind):
     colours = rng.integers(0, 256, (12, 3), dtype=np.uint8)
     rgb = colours[rng.integers(0, 12, (40, 50))]
-    indices, palette = qimg.quantize(rgb, colors=16)
+    indices, palette = qimg.quantize(rgb, colors=16, palette=kind)
     assert palette.shape == (12, 4) and np.all(palette[:, 3] == 255)
     assert np.array_equal(palette[indices][..., :3], rgb)
 
     rgba = rgba_of(rgb)
     rgba[:5] = 0  # transparent rows: the last entry is transparent white and takes them
-    indices, palette = qimg.quantize(rgba, colors=16)
+    indices, palette = qimg.quantize(rgba, colors=16, palette=kind)
     assert palette.shape == (13, 4) and palette[-1].tolist() == [255, 255, 255, 0]
     assert np.all(indices[:5] == 12) and np.array_equal(palette[indices][5:], rgba[5:])
-    indices, palette = qimg.quantize(rgba, colors=16, opaque=True)
+    indices, palette = qimg.quantize(rgba, colors=16, opaque=True, palette=kind)
     assert np.all(palette[:, 3] == 255)
 
 

@@ -1,6 +1,7 @@
 #include "qimg/color/qColorQuantProxy.h"
 
 #include "qimg/color/qHeckbertQuantizer.h"
+#include "qimg/color/qQualityQuantizer.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qStatus.h"
@@ -83,10 +84,16 @@ void qColorQuantProxy::release() {
     fixed_ = nullptr;
 }
 
-int qColorQuantProxy::create_quantizer() {
+int qColorQuantProxy::create_quantizer(qCmapType kind) {
     release();
-    quantizer_ = q_new<qHeckbertQuantizer>();
-    return quantizer_ ? 0 : ST_NO_MEMORY;
+    if (kind == CM_QUALITY) {
+        quantizer_ = q_new<qQualityQuantizer>();
+    } else if (kind == CM_ADAPTIVE) {
+        quantizer_ = q_new<qHeckbertQuantizer>();
+    } else {
+        return ST_UNSUPPORTED;
+    }
+    return quantizer_ ? ST_OK : ST_NO_MEMORY;
 }
 
 int qColorQuantProxy::prescan_quantize(const qIImageBuffer* image, unsigned char min_alpha) {

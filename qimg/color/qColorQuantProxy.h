@@ -29,9 +29,10 @@ public:
     qColorQuantProxy(const qColorQuantProxy&) = delete;
     qColorQuantProxy& operator=(const qColorQuantProxy&) = delete;
 
-    // Drops what the proxy held and starts a new median-cut quantizer with an empty histogram.
-    // ST_OK; ST_NO_MEMORY when it cannot be allocated (the proxy then holds nothing).
-    int create_quantizer();
+    // Drops what the proxy held and starts a new quantizer with an empty histogram: the median
+    // cut for CM_ADAPTIVE, qQualityQuantizer for CM_QUALITY. ST_OK; ST_NO_MEMORY when it cannot
+    // be allocated; ST_UNSUPPORTED for another kind (the proxy then holds nothing).
+    int create_quantizer(qCmapType kind = CM_ADAPTIVE);
     // Adds every pixel of `image` whose alpha is at least `min_alpha` to the histogram.
     // ST_OK; ST_NO_MEMORY; ST_BAD_ARGUMENT no quantizer (create_quantizer not called, or a fixed
     // map held), null image, or an indexed image without colour map; ST_UNSUPPORTED a pixel type

@@ -9,9 +9,9 @@ int q_generate_palette(qColorQuantProxy& quant, const qIImageBuffer* image, int 
     palette = nullptr;
     // The palette holds a transparent entry exactly when transparency is to be kept.
     const bool add_transparent = !opaque;
-    if (cmap_type == CM_ADAPTIVE) {
+    if (cmap_type == CM_ADAPTIVE || cmap_type == CM_QUALITY) {
         if (!image) return ST_BAD_ARGUMENT;
-        int rc = quant.create_quantizer();
+        int rc = quant.create_quantizer(cmap_type);
         if (rc == 0) rc = quant.prescan_quantize(image, min_alpha);
         if (rc == 0) rc = quant.select_colors(num_colors, add_transparent);
         if (rc != 0) return rc;

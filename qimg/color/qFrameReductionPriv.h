@@ -15,6 +15,7 @@ class qIImageBuffer;
 
 // Makes the palette of a generated-palette reduction in `quant`:
 //   CM_ADAPTIVE  median cut of `image` (pixels of alpha >= min_alpha), up to num_colors entries;
+//   CM_QUALITY   the same from qQualityQuantizer;
 //   otherwise    the fixed cube or grey ramp of num_colors entries (ST_UNSUPPORTED for an unknown
 //   kind).
 // With `opaque` false the last entry is transparent white and the colours take the other places.

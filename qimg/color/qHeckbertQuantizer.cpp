@@ -39,6 +39,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "qimg/color/qPrescanPriv.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qStatus.h"
@@ -212,14 +213,6 @@ private:
     const Cell* h_;
 };
 
-// True when every row of `area` has an address in `image`.
-bool rows_addressable(const qIImageBuffer* image, qRect area) {
-    for (int y = area.y; y < area.y + area.height; ++y) {
-        if (!image->pixel_address(y, 0)) return false;
-    }
-    return true;
-}
-
 }  // namespace
 
 qHeckbertQuantizer::~qHeckbertQuantizer() {
@@ -228,24 +221,11 @@ qHeckbertQuantizer::~qHeckbertQuantizer() {
 }
 
 int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned char min_alpha) {
-    if (!image) return ST_BAD_ARGUMENT;
-    const qPixelType type = image->pixel_type();
-    const qIColormap* source_map = nullptr;
-    if (type == PT_INDEX8) {
-        const auto* indexed = dynamic_cast<const qIIndexImage*>(image);
-        if (!indexed || !(source_map = indexed->colormap())) return ST_BAD_ARGUMENT;
-    } else if (type != PT_BGRA32) {
-        return ST_UNSUPPORTED;
-    }
     // Everything is checked before the first pixel is counted, so a failed prescan leaves the
     // histogram as it was.
-    const qSize size = image->size();
-    if (area.empty()) {
-        area = qRect();
-    } else if (area.x < 0 || area.y < 0 || int64_t{area.x} + area.width > size.width ||
-               int64_t{area.y} + area.height > size.height || !rows_addressable(image, area)) {
-        return ST_BAD_ARGUMENT;
-    }
+    const qIColormap* source_map = nullptr;
+    const int status = q_check_prescan(image, area, source_map);
+    if (status != ST_OK) return status;
 
     if (!histogram_ || !palette_) {
         delete palette_;
@@ -261,28 +241,8 @@ int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned
         }
     }
 
-    if (type == PT_BGRA32) {
-        for (int y = area.y; y < area.y + area.height; ++y) {
-            const auto* row = reinterpret_cast<const qPixRA*>(image->pixel_address(y, 0)) + area.x;
-            for (int x = 0; x < area.width; ++x) {
-                if (row[x].alpha >= min_alpha) add_pixel(histogram_, row[x]);
-            }
-        }
-        return 0;
-    }
-    // Indexed: read each entry once; an entry below min_alpha is not counted.
-    qPixRA colour[256];
-    bool counted[256];
-    for (int i = 0; i < 256; ++i) {
-        colour[i] = source_map->get_color(i);
-        counted[i] = colour[i].alpha >= min_alpha;
-    }
-    for (int y = area.y; y < area.y + area.height; ++y) {
-        const unsigned char* row = image->pixel_address(y, 0) + area.x;
-        for (int x = 0; x < area.width; ++x) {
-            if (counted[row[x]]) add_pixel(histogram_, colour[row[x]]);
-        }
-    }
+    q_for_each_counted(image, area, source_map, min_alpha,
+                       [this](qPixRA p) { add_pixel(histogram_, p); });
     return 0;
 }
 

@@ -61,9 +61,11 @@ public:
     // Colour reduction: the image becomes 8-bit indices into a palette of its own.
     //
     // Generated palette: CM_ADAPTIVE is a median cut of the image's pixels whose alpha is at
-    // least `min_alpha`, CM_CUBE a colour cube, CM_GRAY a grey ramp, each of at most
-    // `num_colors` entries, the last one transparent white when `opaque` is false (sizes above
-    // 256 are clamped to the palette's room); then the given-map form with that palette.
+    // least `min_alpha`, CM_QUALITY the least-error palette of them (mapped to the exact nearest
+    // colour, and dithered so that flat areas and edges stay clean: qIndexImage::map_from_image),
+    // CM_CUBE a colour cube, CM_GRAY a grey ramp, each of at most `num_colors` entries, the last
+    // one transparent white when `opaque` is false (sizes above 256 are clamped to the palette's
+    // room); then the given-map form with that palette.
     // ST_UNSUPPORTED for any other cmap_type.
     virtual int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer,
                                 bool opaque, float color_strength, float alpha_strength,

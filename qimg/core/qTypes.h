@@ -34,6 +34,8 @@ enum qCmapType : int {
     CM_CUBE = 0,      // a fixed colour cube sized to the requested count
     CM_ADAPTIVE = 1,  // chosen by median cut from the image's own pixels
     CM_GRAY = 2,      // a grey ramp with the requested number of levels
+    // Not 3: callers count on the kinds after CM_GRAY being unknown.
+    CM_QUALITY = 16,  // least-error palette from the image's pixels, mapped exactly (slower)
 };
 
 // How pixels are mapped to a palette. Only zero and non-zero are told apart.

@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "qimg/color/qColorQuantProxy.h"
-#include "qimg/palette/qColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"
@@ -21,6 +20,7 @@
 #include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace {
@@ -41,14 +41,16 @@ bool any_transparent_pixel(const qIImageBuffer* frame) {
 class ExactPalette {
 public:
     static constexpr int kSlots = 1024;
-    // Index of `bgra`, added when new; -1 once a 257th colour would be needed.
+    // What index_of gives once a 257th colour would be needed.
+    static constexpr int kFull = -1;
+    // Index of `bgra`, added when new; kFull once a 257th colour would be needed.
     int index_of(uint32_t bgra) {
         uint32_t slot = (bgra * 0x9E3779B1u) >> 22;
         while (used_[slot]) {
             if (colors_[slot] == bgra) return indices_[slot];
             slot = (slot + 1) & (kSlots - 1);
         }
-        if (count_ == 256) return -1;
+        if (count_ == 256) return kFull;
         used_[slot] = true;
         colors_[slot] = bgra;
         indices_[slot] = static_cast<short>(count_);

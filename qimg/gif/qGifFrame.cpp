@@ -122,7 +122,9 @@ int qGifFrame::quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer q
                                unsigned char min_alpha, qIMonitor* monitor) {
     // A frame without image has nothing to prescan; the given-map form says ST_BAD_ARGUMENT for it
     // too.
-    if (cmap_type == CM_ADAPTIVE && image_ == nullptr) return ST_BAD_ARGUMENT;
+    if ((cmap_type == CM_ADAPTIVE || cmap_type == CM_QUALITY) && image_ == nullptr) {
+        return ST_BAD_ARGUMENT;
+    }
     // The front, and the palette it made, live until this call returns; by then the frame holds
     // its own copy.
     qColorQuantProxy quant;
@@ -130,11 +132,19 @@ int qGifFrame::quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer q
     const int rc =
         q_generate_palette(quant, image_, num_colors, cmap_type, opaque, min_alpha, palette);
     if (rc != 0) return rc;
-    return quantize_colors(palette, quantizer, opaque, color_strength, alpha_strength, monitor);
+    return reduce_to(palette, cmap_type, quantizer, opaque, color_strength, alpha_strength,
+                     monitor);
 }
 
 int qGifFrame::quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                                float color_strength, float alpha_strength, qIMonitor* monitor) {
+    return reduce_to(colormap, CM_ADAPTIVE, quantizer, opaque, color_strength, alpha_strength,
+                     monitor);
+}
+
+int qGifFrame::reduce_to(const qIColormap* colormap, qCmapType palette_kind, qQuantizer quantizer,
+                         bool opaque, float color_strength, float alpha_strength,
+                         qIMonitor* monitor) {
     if (!valid()) return ST_BAD_ARGUMENT;
     qIndexImage* reduced = q_new<qIndexImage>();
     if (reduced == nullptr) return ST_NO_MEMORY;
@@ -148,7 +158,7 @@ int qGifFrame::quantize_colors(const qIColormap* colormap, qQuantizer quantizer,
     if (rc == 0) rc = reduced->set_colormap(palette, -1);
     if (rc == 0) {
         rc = reduced->map_from_image(image_, quantizer, opaque, color_strength, alpha_strength,
-                                     monitor);
+                                     monitor, palette_kind);
     }
     if (rc != 0) {
         // Cancelled or failed: image and palette stay as they were.

@@ -95,9 +95,9 @@ public:
     // animation's global map owns its palette afterwards, and set_color works). Offset,
     // interlace flag and control record stay; the record's transparent index then no longer
     // describes the image (drawing and min_t_index() go by the new palette's alpha-0 entry).
-    // The median cut reads the pixels through the colour map as stored, and the transparent
-    // pixels are those of the image's transparent index. Whatever fails, image and local colour
-    // map stay as they were.
+    // The median cut (and the quality kind's palette) reads the pixels through the colour map as
+    // stored, and the transparent pixels are those of the image's transparent index. Whatever
+    // fails, image and local colour map stay as they were.
     int quantize_colors(int num_colors, qCmapType cmap_type, qQuantizer quantizer, bool opaque,
                         float color_strength, float alpha_strength, unsigned char min_alpha,
                         qIMonitor* monitor) override;
@@ -131,6 +131,9 @@ public:
     int min_t_index() const override;
 
 private:
+    // The given-map form with the mapping of `palette_kind` (qIndexImage::map_from_image).
+    int reduce_to(const qIColormap* colormap, qCmapType palette_kind, qQuantizer quantizer,
+                  bool opaque, float color_strength, float alpha_strength, qIMonitor* monitor);
     int fail(int code);
     // Feeds the data sub-blocks to `decoder` and finishes it; 0, 1, ST_READ_ERROR or
     // ST_UNDECODABLE.

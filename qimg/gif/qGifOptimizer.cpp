@@ -12,10 +12,10 @@
 #include <climits>
 #include <cstring>
 
-#include "qimg/palette/qIColormap.h"
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qStatus.h"
 #include "qimg/gif/qGifControl.h"
+#include "qimg/palette/qIColormap.h"
 
 qGifOptimizer::~qGifOptimizer() {
     release();
@@ -139,7 +139,7 @@ qRect qGifOptimizer::changed_area(const unsigned char* next, bool& restore) cons
 
 int64_t qGifOptimizer::cut(qRect area, Fill fill) {
     const auto t = static_cast<unsigned char>(transparent_);
-    if (fill == Fill::kChosen && trial_.begin(code_size_, false) != ST_OK) return -1;
+    if (fill == Fill::kChosen && trial_.begin(code_size_, false) != ST_OK) return ST_NO_MEMORY;
     int64_t total = 0;
     for (int y = 0; y < area.height; ++y) {
         const size_t at = static_cast<size_t>(area.y + y) * screen_.width + area.x;
@@ -153,25 +153,25 @@ int64_t qGifOptimizer::cut(qRect area, Fill fill) {
         std::memcpy(out, now, static_cast<size_t>(area.width));
         if (fill == Fill::kAsTheyAre) continue;
         for (int x = 0; x < area.width; ++x) unchanged_[x] = now[x] == before[x];
-        if (trial_.encode_choosing(out, unchanged_, area.width, t) != ST_OK) return -1;
+        if (trial_.encode_choosing(out, unchanged_, area.width, t) != ST_OK) return ST_NO_MEMORY;
         total += trial_.size();
         trial_.consume(trial_.size());
     }
     if (fill != Fill::kChosen) return 0;
-    if (trial_.finish() != ST_OK) return -1;
+    if (trial_.finish() != ST_OK) return ST_NO_MEMORY;
     return total + trial_.size();
 }
 
 int64_t qGifOptimizer::encoded_size(bool deferred_clear) {
-    if (trial_.begin(code_size_, deferred_clear) != ST_OK) return -1;
+    if (trial_.begin(code_size_, deferred_clear) != ST_OK) return ST_NO_MEMORY;
     int64_t total = 0;
     const qSize size = crop_.size();
     for (int y = 0; y < size.height; ++y) {
-        if (trial_.encode(crop_.pixel_address(y, 0), size.width) != ST_OK) return -1;
+        if (trial_.encode(crop_.pixel_address(y, 0), size.width) != ST_OK) return ST_NO_MEMORY;
         total += trial_.size();
         trial_.consume(trial_.size());
     }
-    if (trial_.finish() != ST_OK) return -1;
+    if (trial_.finish() != ST_OK) return ST_NO_MEMORY;
     return total + trial_.size();
 }
 

@@ -60,9 +60,9 @@ private:
     qRect changed_area(const unsigned char* next, bool& restore) const;
     enum class Fill { kAsTheyAre, kTransparent, kChosen };
     // The pending frame's pixels in `area` into crop_, unchanged pixels as `fill` says; with
-    // kChosen the LZW size of the result (-1 out of memory), else 0.
+    // kChosen the LZW size of the result (ST_NO_MEMORY when out of memory), else 0.
     int64_t cut(qRect area, Fill fill);
-    // LZW bytes of crop_ with the given clear policy (-1 out of memory).
+    // LZW bytes of crop_ with the given clear policy (ST_NO_MEMORY when out of memory).
     int64_t encoded_size(bool deferred_clear);
     void release();
 

@@ -65,11 +65,11 @@ int qColorIndexImage::copy_from(const qIIndexImage* source) {
 }
 
 int qColorIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
-                                     float color_strength, float alpha_strength,
-                                     qIMonitor* monitor) {
+                                     float color_strength, float alpha_strength, qIMonitor* monitor,
+                                     qCmapType palette_kind) {
     if (!index_image_) return ST_BAD_ARGUMENT;
     return index_image_->map_from_image(source, quantizer, opaque, color_strength, alpha_strength,
-                                        monitor);
+                                        monitor, palette_kind);
 }
 
 qIComponent* qColorIndexImage::clone() const {

@@ -46,7 +46,8 @@ public:
     int copy_from(const qIIndexImage* source);
     // qIndexImage::map_from_image on the held index image; ST_BAD_ARGUMENT when none is held.
     int map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
-                       float color_strength, float alpha_strength, qIMonitor* monitor);
+                       float color_strength, float alpha_strength, qIMonitor* monitor,
+                       qCmapType palette_kind = CM_ADAPTIVE);
 
     // ---- qIComponent / qILeaf --------------------------------------------------------------
     // A new qColorIndexImage with new indices and a new colour map; null when this image is not

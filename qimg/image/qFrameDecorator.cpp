@@ -102,11 +102,12 @@ int qFrameDecorator::quantize_colors(int num_colors, qCmapType cmap_type, qQuant
         return frame->quantize_colors(num_colors, cmap_type, quantizer, opaque, color_strength,
                                       alpha_strength, min_alpha, monitor);
     }
-    // Only the adaptive palette reads the pixels. Without a pixel buffer it answers as the
-    // given-map form would: ST_BAD_ARGUMENT when empty, ST_NOT_IMPLEMENTED for a component that
+    // Only the adaptive and quality palettes read the pixels. Without a pixel buffer it answers as
+    // the given-map form would: ST_BAD_ARGUMENT when empty, ST_NOT_IMPLEMENTED for a component that
     // holds no pixels.
-    if (cmap_type == CM_ADAPTIVE && !held_pixels())
+    if ((cmap_type == CM_ADAPTIVE || cmap_type == CM_QUALITY) && !held_pixels()) {
         return held_ ? ST_NOT_IMPLEMENTED : ST_BAD_ARGUMENT;
+    }
     // The front, and the palette it made, live until this call returns; the new image has its
     // own copy by then.
     qColorQuantProxy quant;
@@ -114,12 +115,20 @@ int qFrameDecorator::quantize_colors(int num_colors, qCmapType cmap_type, qQuant
     const int rc =
         q_generate_palette(quant, held_pixels(), num_colors, cmap_type, opaque, min_alpha, palette);
     if (rc != 0) return rc;
-    return quantize_colors(palette, quantizer, opaque, color_strength, alpha_strength, monitor);
+    return reduce_to(palette, cmap_type, quantizer, opaque, color_strength, alpha_strength,
+                     monitor);
 }
 
 int qFrameDecorator::quantize_colors(const qIColormap* colormap, qQuantizer quantizer, bool opaque,
                                      float color_strength, float alpha_strength,
                                      qIMonitor* monitor) {
+    return reduce_to(colormap, CM_ADAPTIVE, quantizer, opaque, color_strength, alpha_strength,
+                     monitor);
+}
+
+int qFrameDecorator::reduce_to(const qIColormap* colormap, qCmapType palette_kind,
+                               qQuantizer quantizer, bool opaque, float color_strength,
+                               float alpha_strength, qIMonitor* monitor) {
     if (!valid()) return ST_BAD_ARGUMENT;
     if (qIFrame* frame = held_frame()) {
         return frame->quantize_colors(colormap, quantizer, opaque, color_strength, alpha_strength,
@@ -134,7 +143,7 @@ int qFrameDecorator::quantize_colors(const qIColormap* colormap, qQuantizer quan
     if (rc == 0) rc = reduced->copy_colormap(colormap);
     if (rc == 0) {
         rc = reduced->map_from_image(pixels, quantizer, opaque, color_strength, alpha_strength,
-                                     monitor);
+                                     monitor, palette_kind);
     }
     if (rc != 0) {
         // Cancelled or failed: the old leaf stays, untouched.

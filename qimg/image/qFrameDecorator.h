@@ -95,6 +95,9 @@ public:
     int min_t_index() const override;
 
 private:
+    // The given-map form with the mapping of `palette_kind` (qIndexImage::map_from_image).
+    int reduce_to(const qIColormap* colormap, qCmapType palette_kind, qQuantizer quantizer,
+                  bool opaque, float color_strength, float alpha_strength, qIMonitor* monitor);
     // Destroys the held component; screen size and offset back to (0, 0).
     void clear();
     // The held component's palette side, null when it has none.

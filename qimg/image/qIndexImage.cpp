@@ -9,6 +9,7 @@
 #include "qimg/palette/qIColormap.h"
 #include "qimg/raster/qImageAlias.h"
 #include "qimg/raster/qImageEdit.h"
+#include "qimg/raster/qQualityMappingPriv.h"
 
 qIndexImage::~qIndexImage() {
     clear();
@@ -81,7 +82,8 @@ int qIndexImage::copy_from(const qIIndexImage* source, const qIColormap* colorma
 }
 
 int qIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
-                                float color_strength, float alpha_strength, qIMonitor* monitor) {
+                                float color_strength, float alpha_strength, qIMonitor* monitor,
+                                qCmapType palette_kind) {
     if (!valid()) return ST_BAD_ARGUMENT;
     // The source is read through the buffer binding, so an indexed source brings a palette copy
     // in which its transparent index counts as alpha 0.
@@ -90,6 +92,10 @@ int qIndexImage::map_from_image(const qIImageBuffer* source, qQuantizer quantize
     int status = destination.Bind(this);
     if (status == 0) status = from.Bind(source);
     if (status != 0) return status;
+    if (palette_kind == CM_QUALITY) {
+        return q_map_exact(destination, from, colormap_, quantizer != QT_NEAREST, opaque,
+                           color_strength, monitor);
+    }
 
     // The cache is 64 KiB: on the heap, not on the caller's stack.
     qGifColormap* nearest = q_new<qGifColormap>();

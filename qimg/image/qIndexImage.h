@@ -60,8 +60,11 @@ public:
     // small source, an indexed source without colour map; ST_UNSUPPORTED a source of another pixel
     // type; ST_UNMAPPABLE a pixel that has no index (an alpha-0 pixel and a map without transparent
     // entry); ST_NO_MEMORY.
+    // `palette_kind` CM_QUALITY maps to the exact nearest colour and dithers the quality kind's
+    // way (qQualityMappingPriv.h; alpha two-level, alpha_strength unused); others as above.
     int map_from_image(const qIImageBuffer* source, qQuantizer quantizer, bool opaque,
-                       float color_strength, float alpha_strength, qIMonitor* monitor);
+                       float color_strength, float alpha_strength, qIMonitor* monitor,
+                       qCmapType palette_kind = CM_ADAPTIVE);
     // The stored transparent index, -1 for none. Unlike min_t_index() it does not fall back to
     // the colour map's first transparent entry.
     int transparent_index() const { return transparent_; }

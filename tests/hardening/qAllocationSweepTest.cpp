@@ -178,10 +178,12 @@ std::vector<Scenario> scenarios() {
     } reductions[] = {
         {"adaptive, nearest",    nullptr,           CM_ADAPTIVE, QT_NEAREST,   nullptr},
         {"adaptive, dithered",   nullptr,           CM_ADAPTIVE, QT_DIFFUSION, nullptr},
+        {"quality, dithered",    nullptr,           CM_QUALITY,  QT_DIFFUSION, nullptr},
         {"cube, dithered",       nullptr,           CM_CUBE,     QT_DIFFUSION, nullptr},
         {"grey, nearest",        nullptr,           CM_GRAY,     QT_NEAREST,   nullptr},
         {"given map, dithered",  nullptr,           CM_CUBE,     QT_DIFFUSION, given  },
         {"gif frame, adaptive",  transparent.get(), CM_ADAPTIVE, QT_DIFFUSION, nullptr},
+        {"gif frame, quality",   transparent.get(), CM_QUALITY,  QT_DIFFUSION, nullptr},
         {"gif frame, given map", transparent.get(), CM_CUBE,     QT_NEAREST,   given  },
     };
     for (const auto& r : reductions) {

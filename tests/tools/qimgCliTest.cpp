@@ -121,7 +121,8 @@ TEST_F(qimgCliTest, QuantizeKeepsColoursThatFitAndTransparency) {
     const std::string in = path("in.png"), out = path("out.png");
     std::string error;
     ASSERT_TRUE(write_png_bgra(in, bgra.data(), w, h, w * 4, error)) << error;
-    for (const char* options : {"", "--dither", "--dither --color-strength 0.5"}) {
+    for (const char* options : {"", "--dither", "--dither --color-strength 0.5",
+                                "--palette median-cut --dither", "--palette adaptive"}) {
         SCOPED_TRACE(options);
         const CliRun r = run("quantize " + in + " -o " + out + " --colors 4 " + options);
         ASSERT_EQ(r.status, 0) << r.err;
