@@ -1,14 +1,20 @@
 // qimg.h: the umbrella header. Including it declares every class, enumeration and free function
 // of the library.
 //
-//   core/    value types, enumerations, status codes, the progress monitor, the component
-//            and pixel-buffer interfaces, and the facade qImageProxy
-//   color/   colour maps, the median-cut and quality quantizers and fixed palettes
-//   image/   true-colour and indexed images, the frame decorator, the frame composer
-//   raster/  views onto pixel memory and the operations that draw into them
-//   gif/     byte sources and sinks, the growable array, the graphic control record, LZW
-//            decoding and encoding, GIF frames and animations, the stream reader and writer,
-//            the frame optimiser and the animation encoder
+//   core/     value types, enumerations, status codes, the progress monitor, the component
+//             and pixel-buffer interfaces
+//   palette/  the palette types: qIColormap and its extensions, qColormap, qSafeColormap
+//   color/    the median-cut and quality quantizers, fixed palettes, frame reduction, the
+//             nearest-colour cache
+//   raster/   views onto pixel memory and the operations that draw into them (block and scaled
+//             transfer, fill, colour mapping and dithering)
+//   image/    true-colour and indexed images, the frame decorator, the frame composer
+//   gif/      byte sources and sinks, the growable array, the graphic control record, LZW
+//             decoding and encoding, GIF frames and animations, the stream reader and writer,
+//             the frame optimiser and the animation encoder
+//   facade/   qImageProxy
+//
+// Each folder includes only its own headers and those of the folders listed above it.
 //
 // qImageProxy is the facade most callers need: hand it an image (or read a GIF into it), then
 // query, edit and draw it.

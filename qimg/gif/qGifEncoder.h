@@ -50,10 +50,10 @@ public:
     // Writes `animation` again as `mode` says. `delay` (hundredths, -1 keeps each frame's) and
     // `loop_count` (0 keeps the animation's) override what it holds. Re-cutting needs all colours
     // of the composed screens to fit one table of 256 entries, with one to spare when a screen
-    // has transparent pixels: RS_RECUT fails with -6 otherwise, RS_SMALLER then writes the
-    // frames as read. `*recut` (when not null) says whether the file written is re-cut.
-    // The monitor hears (frames done, frames) after each frame (of the re-cut pass, when there
-    // is one). Codes as for encode_frames; -5 also for an animation without frames or an
+    // has transparent pixels: RS_RECUT fails with ST_UNSUPPORTED otherwise, RS_SMALLER then writes
+    // the frames as read. `*recut` (when not null) says whether the file written is re-cut. The
+    // monitor hears (frames done, frames) after each frame (of the re-cut pass, when there is one).
+    // Codes as for encode_frames; ST_BAD_ARGUMENT also for an animation without frames or an
     // unknown mode; -6 see above.
     static int reencode(qGifAnimation* animation, qGifResaveMode mode, int delay, int loop_count,
                         qIFileW* sink, qIMonitor* monitor, bool* recut = nullptr);
