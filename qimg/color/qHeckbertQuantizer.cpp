@@ -226,24 +226,11 @@ int qHeckbertQuantizer::prescan(const qIImageBuffer* image, qRect area, unsigned
     const qIColormap* source_map = nullptr;
     const int status = q_check_prescan(image, area, source_map);
     if (status != ST_OK) return status;
-
-    if (!histogram_ || !palette_) {
-        delete palette_;
-        delete[] histogram_;
-        palette_ = q_new<qSafeColormap>();
-        histogram_ = q_new_array<Cell>(kCells);
-        if (!palette_ || !histogram_) {
-            delete palette_;
-            delete[] histogram_;
-            palette_ = nullptr;
-            histogram_ = nullptr;
-            return ST_NO_MEMORY;
-        }
-    }
+    if (q_prepare_histogram(palette_, histogram_, kCells) != ST_OK) return ST_NO_MEMORY;
 
     q_for_each_counted(image, area, source_map, min_alpha,
                        [this](qPixRA p) { add_pixel(histogram_, p); });
-    return 0;
+    return ST_OK;
 }
 
 int qHeckbertQuantizer::select_colors(int n, bool add_transparent) {
