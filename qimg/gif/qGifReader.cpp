@@ -114,10 +114,7 @@ int qGifAnimation::read_application(qIFileR* source) {
 
 int qGifAnimation::read_comment(qIFileR* source, qObjArray<char>* comment) {
     return q_gif_read_sub_blocks(source, [comment](const unsigned char* block, int n) {
-        for (int i = 0; i < n; ++i) {
-            if (!comment->append(static_cast<char>(block[i]))) return ST_NO_MEMORY;
-        }
-        return ST_OK;
+        return comment->append(reinterpret_cast<const char*>(block), n) ? ST_OK : ST_NO_MEMORY;
     });
 }
 
