@@ -11,11 +11,5 @@ int q_gif_read_color_table(qIFileR* source, unsigned char packed, qGifColorTable
 }
 
 int q_gif_fill_colormap(const qGifColorTable& table, qColormap* map) {
-    const int rc = map->create(table.entries);
-    if (rc != ST_OK) return rc;
-    for (int i = 0; i < table.entries; ++i) {
-        const unsigned char* rgb = table.rgb + 3 * i;
-        map->set_color(i, qPixRA{rgb[2], rgb[1], rgb[0], 255});
-    }
-    return ST_OK;
+    return map->create_from_rgb(table.rgb, table.entries);
 }

@@ -39,5 +39,5 @@ struct qGifColorTable {
 // announce none; ST_READ_ERROR when the source ends first.
 int q_gif_read_color_table(qIFileR* source, unsigned char packed, qGifColorTable* table);
 
-// Makes `map` hold the table's colours, alpha 255. ST_OK, or the code of map->create().
+// Makes `map` hold the table's colours, alpha 255. ST_OK, or the code of map->create_from_rgb().
 int q_gif_fill_colormap(const qGifColorTable& table, qColormap* map);

@@ -5,9 +5,12 @@
 // the last graphic control record and whether it still waits for its image: a graphic control
 // extension applies to the image descriptor that follows it directly, and any other block in
 // between cancels it.
+#include <climits>
+#include <cstdio>
 #include <cstring>
 
 #include "qimg/core/qAllocPriv.h"
+#include "qimg/core/qNoValuePriv.h"
 #include "qimg/core/qStatus.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifBlocksPriv.h"
@@ -89,8 +92,29 @@ int qGifAnimation::read_header(qIFileR* source) {
     return ST_OK;
 }
 
+// Sub-blocks nobody reads are passed over by a seek where the source can seek, and read into a
+// scratch block where it cannot (a pipe). A seek past the end of the data is accepted, so a
+// block cut short fails at the next length byte instead: the same ST_READ_ERROR. Seeks stay
+// within the int range, where a failed seek leaves the position where it was.
 int qGifAnimation::skip_sub_blocks(qIFileR* source) {
-    return q_gif_read_sub_blocks(source, [](const unsigned char*, int) { return 0; });
+    int64_t position = kNoValue;  // behind the last length byte; asked for at the first block
+    bool seekable = true;
+    unsigned char block[kGifMaxSubBlockBytes];
+    for (;;) {
+        unsigned char n;
+        if (!read_byte(source, &n)) return ST_READ_ERROR;
+        if (n == 0) return ST_OK;
+        if (seekable) {
+            position = position < 0 ? source->seek(0, SEEK_CUR) : position + 1;
+            const int64_t target = position + n;
+            seekable = position >= 0 && target <= INT_MAX && source->seek(n, SEEK_CUR) == target;
+            if (seekable) {
+                position = target;
+                continue;
+            }
+        }
+        if (!q_gif_read_exact(source, block, n)) return ST_READ_ERROR;
+    }
 }
 
 int qGifAnimation::read_application(qIFileR* source) {
@@ -114,10 +138,7 @@ int qGifAnimation::read_application(qIFileR* source) {
 
 int qGifAnimation::read_comment(qIFileR* source, qObjArray<char>* comment) {
     return q_gif_read_sub_blocks(source, [comment](const unsigned char* block, int n) {
-        for (int i = 0; i < n; ++i) {
-            if (!comment->append(static_cast<char>(block[i]))) return ST_NO_MEMORY;
-        }
-        return ST_OK;
+        return comment->append(reinterpret_cast<const char*>(block), n) ? ST_OK : ST_NO_MEMORY;
     });
 }
 

@@ -77,6 +77,18 @@ public:
         return true;
     }
 
+    // Stores the n elements at `source` behind the last element, growing the capacity as n
+    // single appends would; false (nothing changed) when the array cannot grow that far.
+    bool append(const T* source, int n) {
+        if (n <= 0) return true;
+        if (int64_t{count_} + n > INT32_MAX) return false;
+        if (count_ + n > capacity_ && !reserve(count_ + n)) return false;
+        std::memcpy(static_cast<void*>(data_ + count_), source,
+                    sizeof(T) * static_cast<std::size_t>(n));
+        count_ += n;
+        return true;
+    }
+
     // Empties the array, then copies the n elements at `source` into a block of n rounded up to
     // grow_by. false and an empty array for a null source, n <= 0 or an allocation failure.
     bool assign(const T* source, int n) {

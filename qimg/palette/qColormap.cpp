@@ -26,6 +26,17 @@ int qColormap::create(int n) {
     return 0;
 }
 
+int qColormap::create_from_rgb(const unsigned char* rgb, int n) {
+    if (!rgb) {
+        clear();
+        return ST_BAD_ARGUMENT;
+    }
+    const int rc = create(n);
+    if (rc != 0) return rc;
+    for (int i = 0; i < n; ++i, rgb += 3) entries_[i] = qPixRA{rgb[2], rgb[1], rgb[0], 255};
+    return 0;
+}
+
 int qColormap::copy_from(const qIColormap* source) {
     clear();
     if (!source) return ST_BAD_ARGUMENT;

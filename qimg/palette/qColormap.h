@@ -21,6 +21,10 @@ public:
     // ST_OK; ST_BAD_ARGUMENT for a null source or one with fewer than 1 or more than 256 entries;
     // ST_NO_MEMORY when allocation fails. The map stays empty on failure.
     int copy_from(const qIColormap* source);
+    // Empties the map, then makes n opaque entries from n red, green, blue byte triplets at
+    // `rgb` (a file's colour table), in one pass. Statuses as create(); ST_BAD_ARGUMENT also for
+    // a null `rgb`.
+    int create_from_rgb(const unsigned char* rgb, int n);
 
     // Palette edits. Each returns false and changes nothing when `index` is not an entry.
     bool set_color(int index, qPixRA colour);  // the whole entry, alpha included

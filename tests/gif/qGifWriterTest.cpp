@@ -98,6 +98,7 @@ TEST(qGifWriterTest, RefusesWhatTheFormatCannotHold) {
     std::mt19937 rng(3);
     Picture picture(5, qSize(4, 4), rng);  // a table of 8: indices up to 7 fit
     qColormap empty;
+    ASSERT_EQ(empty.create_from_rgb(nullptr, 1), -5);  // and stays empty for the cases below
     qMemoryW sink;
     qGifWriter writer;
     EXPECT_EQ(writer.add_comment("x", 1), -5);  // no begin()

@@ -273,6 +273,7 @@ TEST(MalformedGif, TerminatorsTrailersAndExtensions) {
         {"bytes after the trailer",
          still().raw(image).trailer().raw(Bytes(100, 0x2C)).bytes(),
          0, 1, {4, 2}},
+        {"skipped sub-block past the end", still().raw({0x21, 0x01, 200, 'a'}).bytes(), -3, 0},
     };
     // clang-format on
     for (const Case& c : cases) check_case(c, 8);
