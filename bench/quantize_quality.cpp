@@ -20,6 +20,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <ctime>
 #include <functional>
 #include <map>
@@ -218,8 +219,10 @@ int main(int argc, char** argv) {
     };
     std::vector<Photo> photos;
     std::vector<Rgb> originals;
-    char dir_template[] = "/tmp/qimg-quality-XXXXXX";
-    const char* dir = mkdtemp(dir_template);
+    // A private folder under the system's temporary directory (TMPDIR or its default).
+    std::string dir_template =
+        (std::filesystem::temp_directory_path() / "qimg-quality-XXXXXX").string();
+    const char* dir = mkdtemp(dir_template.data());
     if (!dir) return 1;
     std::string ppms;
     double mpixel = 0;
