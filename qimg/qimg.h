@@ -9,9 +9,10 @@
 //   raster/   views onto pixel memory and the operations that draw into them (block and scaled
 //             transfer, fill, colour mapping and dithering)
 //   image/    true-colour and indexed images, the frame decorator, the frame composer
-//   gif/      byte sources and sinks, the growable array, the graphic control record, LZW
-//             decoding and encoding, GIF frames and animations, the stream reader and writer,
-//             the frame optimiser and the animation encoder
+//   gif/      byte sources, the growable array, the graphic control record, LZW decoding,
+//             GIF frames and animations, the stream reader
+//   encode/   byte sinks, LZW encoding, the stream writer, the frame optimiser and the
+//             animation encoder
 //   facade/   qImageProxy
 //
 // Each folder includes only its own headers and those of the folders listed above it.
@@ -34,22 +35,22 @@
 #include "qimg/core/qPixel.h"
 #include "qimg/core/qStatus.h"
 #include "qimg/core/qTypes.h"
+#include "qimg/encode/qCallbackW.h"
+#include "qimg/encode/qFileW.h"
+#include "qimg/encode/qGifEncoder.h"
+#include "qimg/encode/qGifOptimizer.h"
+#include "qimg/encode/qGifWriter.h"
+#include "qimg/encode/qIFileW.h"
+#include "qimg/encode/qLzwEncoder.h"
+#include "qimg/encode/qMemoryW.h"
 #include "qimg/facade/qImageProxy.h"
-#include "qimg/gif/qCallbackW.h"
 #include "qimg/gif/qFileR.h"
-#include "qimg/gif/qFileW.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
-#include "qimg/gif/qGifEncoder.h"
 #include "qimg/gif/qGifFrame.h"
-#include "qimg/gif/qGifOptimizer.h"
-#include "qimg/gif/qGifWriter.h"
 #include "qimg/gif/qIFileR.h"
-#include "qimg/gif/qIFileW.h"
 #include "qimg/gif/qLzwDecoder.h"
-#include "qimg/gif/qLzwEncoder.h"
 #include "qimg/gif/qMemoryR.h"
-#include "qimg/gif/qMemoryW.h"
 #include "qimg/gif/qObjArray.h"
 #include "qimg/image/qColorIndexImage.h"
 #include "qimg/image/qDirectImage.h"

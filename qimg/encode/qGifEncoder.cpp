@@ -1,7 +1,7 @@
 // Whole-animation encoding: the palette work and the two sources of screens (true-colour frames
 // mapped to one palette; a GIF's frames composed as a viewer shows them) in front of the frame
 // optimiser.
-#include "qimg/gif/qGifEncoder.h"
+#include "qimg/encode/qGifEncoder.h"
 
 #include <climits>
 #include <cstdint>
@@ -12,12 +12,12 @@
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qStatus.h"
+#include "qimg/encode/qGifOptimizer.h"
+#include "qimg/encode/qGifWriter.h"
+#include "qimg/encode/qMemoryW.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
-#include "qimg/gif/qGifOptimizer.h"
-#include "qimg/gif/qGifWriter.h"
-#include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qFrameComposer.h"
 #include "qimg/image/qIndexImage.h"
 #include "qimg/palette/qColormap.h"

@@ -1,4 +1,4 @@
-#include "qimg/gif/qMemoryW.h"
+#include "qimg/encode/qMemoryW.h"
 
 #include <climits>
 #include <cstring>

@@ -19,8 +19,8 @@
 
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"
-#include "qimg/gif/qGifWriter.h"
-#include "qimg/gif/qLzwEncoder.h"
+#include "qimg/encode/qGifWriter.h"
+#include "qimg/encode/qLzwEncoder.h"
 #include "qimg/image/qIndexImage.h"
 
 class qIColormap;

@@ -8,7 +8,7 @@
 //   qCallbackW sink(to_socket, &fd);
 #pragma once
 
-#include "qimg/gif/qIFileW.h"
+#include "qimg/encode/qIFileW.h"
 
 class QIMG_API qCallbackW : public qIFileW {
 public:

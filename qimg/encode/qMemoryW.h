@@ -5,7 +5,7 @@
 //   qMemoryR source(memory.data(), memory.size());      // read it back
 #pragma once
 
-#include "qimg/gif/qIFileW.h"
+#include "qimg/encode/qIFileW.h"
 
 class QIMG_API qMemoryW : public qIFileW {
 public:

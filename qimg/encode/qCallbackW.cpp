@@ -1,4 +1,4 @@
-#include "qimg/gif/qCallbackW.h"
+#include "qimg/encode/qCallbackW.h"
 
 #include "qimg/core/qStatus.h"
 

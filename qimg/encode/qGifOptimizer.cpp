@@ -7,7 +7,7 @@
 // only inside this frame's rectangle, so the rectangle is widened to cover such pixels. After
 // that every pixel that is transparent in a screen is transparent before that screen's frame
 // is drawn, and every frame only ever draws opaque pixels or leaves pixels alone.
-#include "qimg/gif/qGifOptimizer.h"
+#include "qimg/encode/qGifOptimizer.h"
 
 #include <climits>
 #include <cstring>

@@ -1,22 +1,22 @@
 // The GIF writer. Everything goes through a staging buffer inside the object, so the sink sees
 // writes of up to 16 kB whatever the block structure, and writing needs no allocation besides
 // the LZW encoder's output block.
-#include "qimg/gif/qGifWriter.h"
+#include "qimg/encode/qGifWriter.h"
 
 #include <climits>
 #include <cstdint>
 #include <cstring>
 
-#include "qimg/palette/qColormap.h"
 #include "qimg/core/qImageBuffer.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qStatus.h"
+#include "qimg/encode/qIFileW.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFormatPriv.h"
 #include "qimg/gif/qGifFrame.h"
-#include "qimg/gif/qIFileW.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 namespace {
 constexpr int kMaxDimension = 65535;

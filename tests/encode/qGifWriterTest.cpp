@@ -4,13 +4,13 @@
 #include <vector>
 
 #include "common/TestKit.h"
-#include "qimg/gif/qCallbackW.h"
+#include "qimg/encode/qCallbackW.h"
+#include "qimg/encode/qGifWriter.h"
+#include "qimg/encode/qMemoryW.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
-#include "qimg/gif/qGifWriter.h"
 #include "qimg/gif/qMemoryR.h"
-#include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qIndexImage.h"
 #include "qimg/palette/qColormap.h"
 

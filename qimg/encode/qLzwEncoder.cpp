@@ -14,7 +14,7 @@
 //
 // Once code 4095 is taken the table is full and no entry is added. A clear code then starts
 // over; with the deferred clear the full table keeps being used while it pays (see table_full).
-#include "qimg/gif/qLzwEncoder.h"
+#include "qimg/encode/qLzwEncoder.h"
 
 #include <bit>
 #include <cstring>

@@ -2,9 +2,9 @@
 
 #include <random>
 
-#include "GifTestKit.h"
+#include "gif/GifTestKit.h"
+#include "qimg/encode/qLzwEncoder.h"
 #include "qimg/gif/qLzwDecoder.h"
-#include "qimg/gif/qLzwEncoder.h"
 
 namespace {
 

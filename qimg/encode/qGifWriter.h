@@ -25,7 +25,7 @@
 
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"
-#include "qimg/gif/qLzwEncoder.h"
+#include "qimg/encode/qLzwEncoder.h"
 
 class qGifAnimation;
 class qGifControl;

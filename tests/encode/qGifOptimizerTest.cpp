@@ -2,15 +2,15 @@
 
 #include <vector>
 
-#include "GifTestKit.h"
 #include "common/TestKit.h"
+#include "gif/GifTestKit.h"
+#include "qimg/encode/qGifEncoder.h"
+#include "qimg/encode/qGifOptimizer.h"
+#include "qimg/encode/qMemoryW.h"
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
-#include "qimg/gif/qGifEncoder.h"
 #include "qimg/gif/qGifFrame.h"
-#include "qimg/gif/qGifOptimizer.h"
 #include "qimg/gif/qMemoryR.h"
-#include "qimg/gif/qMemoryW.h"
 #include "qimg/image/qDirectImage.h"
 
 namespace {

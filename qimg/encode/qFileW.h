@@ -7,7 +7,7 @@
 
 #include <cstdio>
 
-#include "qimg/gif/qIFileW.h"
+#include "qimg/encode/qIFileW.h"
 
 class QIMG_API qFileW : public qIFileW {
 public:

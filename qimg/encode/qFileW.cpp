@@ -1,4 +1,4 @@
-#include "qimg/gif/qFileW.h"
+#include "qimg/encode/qFileW.h"
 
 #include "qimg/core/qStatus.h"
 
