@@ -44,7 +44,9 @@ int load_gif(const std::string& path, LoadedGif& gif) {
     if (!looks_like_gif(path))
         return report_error(path, "not a GIF file (no GIF87a or GIF89a signature)");
     TerminalProgress progress("reading " + path);
-    const int status = gif.proxy.read_gif(path.c_str(), &progress);
+    qGifReadOptions options;
+    options.browser_rules = true;  // real files render as browsers show them
+    const int status = gif.proxy.read_gif(path.c_str(), &progress, options);
     progress.finish();
     if (status != 0) return report_status(path, "reading", status);
     gif.animation = gif.proxy.animation();

@@ -28,6 +28,7 @@ class qIDirectImage;
 class qIFileR;
 class qIIndexColor;
 class qIIndexImage;
+struct qGifReadOptions;
 class qIMonitor;
 class qImageEdit;
 
@@ -72,6 +73,10 @@ public:
     // memory the caller holds). The source is read from its current position and not closed.
     // ST_BAD_ARGUMENT (proxy unchanged) for a null source; otherwise as above.
     int read_gif(qIFileR* source, qIMonitor* monitor);
+    // Both with reading rules and limits (qGifReadOptions): ST_LIMIT_EXCEEDED for a stream beyond
+    // a limit before any complete frame; otherwise as above.
+    int read_gif(const char* path, qIMonitor* monitor, const qGifReadOptions& options);
+    int read_gif(qIFileR* source, qIMonitor* monitor, const qGifReadOptions& options);
 
     // ---- queries ---------------------------------------------------------------------------
     // The proxy holds a usable image.

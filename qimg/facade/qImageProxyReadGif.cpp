@@ -6,16 +6,24 @@
 #include "qimg/gif/qGifAnimation.h"
 
 int qImageProxy::read_gif(const char* path, qIMonitor* monitor) {
-    qFileR file;
-    if (!file.open(path)) return ST_READ_ERROR;
-    return read_gif(&file, monitor);  // the file closes when `file` goes
+    return read_gif(path, monitor, qGifReadOptions());
 }
 
 int qImageProxy::read_gif(qIFileR* source, qIMonitor* monitor) {
+    return read_gif(source, monitor, qGifReadOptions());
+}
+
+int qImageProxy::read_gif(const char* path, qIMonitor* monitor, const qGifReadOptions& options) {
+    qFileR file;
+    if (!file.open(path)) return ST_READ_ERROR;
+    return read_gif(&file, monitor, options);  // the file closes when `file` goes
+}
+
+int qImageProxy::read_gif(qIFileR* source, qIMonitor* monitor, const qGifReadOptions& options) {
     if (source == nullptr) return ST_BAD_ARGUMENT;
     qGifAnimation* animation = q_new<qGifAnimation>();
     if (animation == nullptr) return ST_NO_MEMORY;
-    int rc = animation->read(source, monitor);
+    int rc = animation->read(source, monitor, options);
     // A stream that broke off or was stopped after a complete frame is still worth showing.
     if (animation->valid()) rc = 0;
     if (animation->size().empty()) {

@@ -131,6 +131,12 @@ int qGifStreamParser::step(const unsigned char* bytes) {
         case kDescriptor:
             return on_descriptor(bytes);
         case kCodeSize: {
+            // No code size but a block introducer (a code size no decoder takes): by the browser
+            // rules, an image without data, and the next block.
+            if (options_.browser_rules && bytes[0] > qLzwDecoder::kMaxMinCodeSize) {
+                const int rc = finish_image();
+                return rc != ST_OK ? rc : on_introducer(bytes[0]);
+            }
             decoding_ = 1;
             const qSize size = qGifFrame::descriptor_size(descriptor_);
             const int rc = frame_->start_data(size, bytes[0], &decoder_, &image_);
@@ -330,6 +336,7 @@ int qGifStreamParser::report_progress() {
 }
 
 int qGifStreamParser::finish_image() {
+    if (step_ == kCodeSize) decoder_.init_into(0, nullptr, 0);  // no data: no output
     const qSize size = qGifFrame::descriptor_size(descriptor_);
     qIndexImage* image = image_;
     image_ = nullptr;  // finish_data takes it over
