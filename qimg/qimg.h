@@ -48,6 +48,7 @@
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qGifPushReader.h"
 #include "qimg/gif/qGifReadOptions.h"
 #include "qimg/gif/qIFileR.h"
 #include "qimg/gif/qLzwDecoder.h"

@@ -14,7 +14,11 @@
 
 #include "qimg/core/qPixel.h"
 #include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifFrame.h"
 #include "qimg/image/qFrameComposer.h"
+#include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace gif_test {
@@ -162,6 +166,49 @@ private:
     static unsigned char hi(int v) { return static_cast<unsigned char>((v >> 8) & 255); }
     Bytes bytes_;
 };
+
+// Everything one frame holds, as bytes: rectangle, control, transparent index, local colours and
+// indices. Equal digests mean equal frames.
+inline std::string frame_digest(const qGifFrame& frame) {
+    const qRect r = frame.frame_rect();
+    const qGifControl* c = frame.control();
+    const qIndexImage* image = frame.image();
+    std::string out = std::to_string(r.x) + "," + std::to_string(r.y) + "," +
+                      std::to_string(r.width) + "x" + std::to_string(r.height) + " ";
+    if (c != nullptr)
+        out += std::to_string(c->disposal * 100000 + c->delay) + "/" +
+               std::to_string(c->transparent) + " ";
+    if (const qColormap* map = frame.local_colormap()) {
+        for (int i = 0; i < map->num_colors(); ++i) {
+            const qPixRA c = map->get_color(i);
+            out +=
+                {static_cast<char>(c.red), static_cast<char>(c.green), static_cast<char>(c.blue)};
+        }
+    }
+    if (image == nullptr) return out + "no pixels";
+    out += std::to_string(image->transparent_index()) + ":";
+    for (int y = 0; y < r.height; ++y) {
+        const unsigned char* row = image->pixel_address(y, 0);
+        out.append(reinterpret_cast<const char*>(row), static_cast<size_t>(r.width));
+    }
+    return out;
+}
+
+// A reading's outcome: its status and everything the animation holds.
+inline std::string digest(int status, qGifAnimation& animation) {
+    std::string out = std::to_string(status) + " " + std::to_string(animation.size().width) + "x" +
+                      std::to_string(animation.size().height) + " " +
+                      std::to_string(animation.loop_count()) + " " + animation.version() + " ";
+    for (int i = 0; i < animation.num_comments(); ++i) {
+        const qObjArray<char>* comment = animation.comment(i);
+        if (comment->count() > 0)
+            out.append(comment->data(), static_cast<size_t>(comment->count()));
+    }
+    if (const qColormap* map = animation.global_colormap())
+        out += std::to_string(map->num_colors());
+    for (int f = 0; f < animation.num_frames(); ++f) out += "|" + frame_digest(*animation.frame(f));
+    return out;
+}
 
 // Every frame of `animation` as a viewer shows it (composed with the disposal methods), BGRA
 // rows of the screen's width, one picture after another.
