@@ -1,0 +1,83 @@
+// Reading limits, through the pull and the push reader alike: a stream just within each limit
+// reads whole; just beyond it stops with ST_LIMIT_EXCEEDED before allocating for the frame that
+// breaks it, keeping the frames before; and what a refused frame declares is never allocated.
+#include <gtest/gtest.h>
+
+#include "gif/GifTestKit.h"
+#include "qimg/core/qAllocationHookPriv.h"
+#include "qimg/core/qStatus.h"
+#include "qimg/gif/qGifPushReader.h"
+#include "qimg/gif/qMemoryR.h"
+
+namespace {
+
+using gif_test::Bytes;
+using gif_test::GifBuilder;
+
+// A 200 x 101 screen with frames of 100 x 100, 100 x 100 and 100 x `last_height` (index 1).
+Bytes three_frames(int last_height) {
+    GifBuilder gif;
+    gif.header().screen(200, 101, 1).color_table(4);
+    for (int height : {100, 100, last_height})
+        gif.descriptor(0, 0, 100, height).pixels(2, Bytes(100 * 101, 1));
+    return gif.trailer().bytes();
+}
+
+// Status and frames read by each reader; both must agree.
+std::pair<int, int> read_both(const Bytes& bytes, const qGifReadOptions& options) {
+    qGifAnimation pulled;
+    qMemoryR source(bytes.data(), bytes.size());
+    const int status = pulled.read(&source, nullptr, options);
+    qGifPushReader pushing;
+    EXPECT_EQ(pushing.begin(options, nullptr), 0);
+    pushing.push(bytes.data(), static_cast<int>(bytes.size()));
+    EXPECT_EQ(pushing.end(), status);
+    EXPECT_EQ(pushing.complete_frames(), pulled.num_frames());
+    return {status, pulled.num_frames()};
+}
+
+TEST(ReadLimits, JustWithinReadsWholeJustBeyondStopsAndKeepsTheFramesBefore) {
+    const Bytes bytes = three_frames(101);  // index buffers of 10000, 10000 and 10100 bytes
+    const struct {
+        int64_t qGifReadOptions::*limit;
+        int64_t value;
+        int status, frames;
+    } rows[] = {
+        {&qGifReadOptions::max_screen_pixels, 200 * 101,     0,                 3},
+        {&qGifReadOptions::max_screen_pixels, 200 * 101 - 1, ST_LIMIT_EXCEEDED, 0},
+        {&qGifReadOptions::max_frame_pixels,  100 * 101,     0,                 3},
+        {&qGifReadOptions::max_frame_pixels,  100 * 101 - 1, ST_LIMIT_EXCEEDED, 2},
+        {&qGifReadOptions::max_total_bytes,   30100,         0,                 3},
+        {&qGifReadOptions::max_total_bytes,   30099,         ST_LIMIT_EXCEEDED, 2},
+    };
+    for (const auto& row : rows) {
+        qGifReadOptions options;
+        options.*row.limit = row.value;
+        EXPECT_EQ(read_both(bytes, options), std::make_pair(row.status, row.frames)) << row.value;
+    }
+}
+
+#ifdef QIMG_TEST_HOOKS
+TEST(ReadLimits, AFrameBeyondTheBudgetIsNeverAllocated) {
+    const Bytes bytes = three_frames(4000);  // declares 400 000 bytes, holds 10 100 pixels
+    qGifReadOptions options;
+    for (const int64_t budget : {0, 30000}) {
+        options.max_total_bytes = budget;
+        // Two frames of 10 000 bytes and their small objects fit the budget plus 4 KiB; the push
+        // reader adds its parser (the LZW table, about 40 KiB). The refused frame would not fit.
+        qimg_fail_allocation(0);
+        qGifAnimation pulled;
+        qMemoryR source(bytes.data(), bytes.size());
+        EXPECT_EQ(pulled.read(&source, nullptr, options), budget ? ST_LIMIT_EXCEEDED : 0);
+        EXPECT_EQ(qimg_allocated_bytes() < 30000u + 4096u, budget != 0) << qimg_allocated_bytes();
+        qimg_fail_allocation(0);
+        qGifPushReader pushing;
+        pushing.begin(options, nullptr);
+        pushing.push(bytes.data(), static_cast<int>(bytes.size()));
+        EXPECT_EQ(pushing.end(), budget ? ST_LIMIT_EXCEEDED : 0);
+        EXPECT_EQ(qimg_allocated_bytes() < 30000u + 45056u, budget != 0) << qimg_allocated_bytes();
+    }
+}
+#endif
+
+}  // namespace
