@@ -167,30 +167,27 @@ private:
     Bytes bytes_;
 };
 
-// Everything one frame holds, as bytes: rectangle, control, transparent index, local colours and
+// The colours of a map (none for null) as bytes.
+inline std::string colours(const qColormap* map) {
+    const char* entries = map ? reinterpret_cast<const char*>(map->colors()) : "";
+    return std::string(entries, map ? 4 * size_t(map->num_colors()) : 0);
+}
+
+// Everything one frame holds, as bytes: rectangle, control, local colours, transparent index and
 // indices. Equal digests mean equal frames.
 inline std::string frame_digest(const qGifFrame& frame) {
     const qRect r = frame.frame_rect();
     const qGifControl* c = frame.control();
-    const qIndexImage* image = frame.image();
-    std::string out = std::to_string(r.x) + "," + std::to_string(r.y) + "," +
-                      std::to_string(r.width) + "x" + std::to_string(r.height) + " ";
-    if (c != nullptr)
-        out += std::to_string(c->disposal * 100000 + c->delay) + "/" +
-               std::to_string(c->transparent) + " ";
-    if (const qColormap* map = frame.local_colormap()) {
-        for (int i = 0; i < map->num_colors(); ++i) {
-            const qPixRA c = map->get_color(i);
-            out +=
-                {static_cast<char>(c.red), static_cast<char>(c.green), static_cast<char>(c.blue)};
-        }
-    }
-    if (image == nullptr) return out + "no pixels";
-    out += std::to_string(image->transparent_index()) + ":";
-    for (int y = 0; y < r.height; ++y) {
-        const unsigned char* row = image->pixel_address(y, 0);
-        out.append(reinterpret_cast<const char*>(row), static_cast<size_t>(r.width));
-    }
+    std::string out =
+        std::to_string(r.x) + "," + std::to_string(r.y) + "," + std::to_string(r.width) + "x" +
+        std::to_string(r.height) + " " +
+        (c ? std::to_string(c->disposal * 100000 + c->delay) + "/" + std::to_string(c->transparent)
+           : "") +
+        colours(frame.local_colormap());
+    if (frame.image() == nullptr) return out + "no pixels";
+    out += std::to_string(frame.image()->transparent_index()) + ":";
+    for (int y = 0; y < r.height; ++y)
+        out.append(reinterpret_cast<const char*>(frame.image()->pixel_address(y, 0)), r.width);
     return out;
 }
 
@@ -198,14 +195,10 @@ inline std::string frame_digest(const qGifFrame& frame) {
 inline std::string digest(int status, qGifAnimation& animation) {
     std::string out = std::to_string(status) + " " + std::to_string(animation.size().width) + "x" +
                       std::to_string(animation.size().height) + " " +
-                      std::to_string(animation.loop_count()) + " " + animation.version() + " ";
-    for (int i = 0; i < animation.num_comments(); ++i) {
-        const qObjArray<char>* comment = animation.comment(i);
-        if (comment->count() > 0)
-            out.append(comment->data(), static_cast<size_t>(comment->count()));
-    }
-    if (const qColormap* map = animation.global_colormap())
-        out += std::to_string(map->num_colors());
+                      std::to_string(animation.loop_count()) + animation.version() +
+                      colours(animation.global_colormap());
+    for (int i = 0; i < animation.num_comments(); ++i)
+        out += "#" + std::to_string(animation.comment(i)->count());
     for (int f = 0; f < animation.num_frames(); ++f) out += "|" + frame_digest(*animation.frame(f));
     return out;
 }

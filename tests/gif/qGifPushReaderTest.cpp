@@ -64,16 +64,14 @@ TEST(qGifPushReaderTest, EveryCorpusFileInPiecesReadsAsPulled) {
     }
 }
 
-// Answers false at its n-th call; keeps the positions heard and whether the total was unknown
+// Answers false at its third call; keeps the positions heard and whether the total was unknown
 // (equal to the position) every time.
-struct StopAt : qIMonitor {
-    explicit StopAt(int n) : stop_at(n) {}
+struct StopAtThird : qIMonitor {
     bool progress(int done, int total, int, int) override {
         positions.push_back(done);
         unknown_total = unknown_total && total == done;
-        return ++calls != stop_at;
+        return positions.size() != 3;
     }
-    int stop_at, calls = 0;
     std::vector<int> positions;
     bool unknown_total = true;
 };
@@ -86,7 +84,7 @@ TEST(qGifPushReaderTest, EveryPrefixEndsAsThePullReaderOnThatPrefix) {
         for (size_t length = 0; length <= bytes.size(); ++length)
             ASSERT_EQ(push(bytes, length, 7), pull(bytes, length)) << "prefix of " << length;
         // Progress and cancel as the pull reader: the same positions, of a total unknown.
-        StopAt pulling(3), pushing(3);
+        StopAtThird pulling, pushing;
         EXPECT_EQ(push(bytes, bytes.size(), 100, &pushing), pull(bytes, bytes.size(), &pulling));
         EXPECT_EQ(pushing.positions, pulling.positions);
         EXPECT_EQ(pushing.positions.size(), 3u);
