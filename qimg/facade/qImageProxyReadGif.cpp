@@ -4,6 +4,7 @@
 #include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qFileR.h"
 #include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifPushReader.h"
 
 int qImageProxy::read_gif(const char* path, qIMonitor* monitor) {
     return read_gif(path, monitor, qGifReadOptions());
@@ -23,7 +24,16 @@ int qImageProxy::read_gif(qIFileR* source, qIMonitor* monitor, const qGifReadOpt
     if (source == nullptr) return ST_BAD_ARGUMENT;
     qGifAnimation* animation = q_new<qGifAnimation>();
     if (animation == nullptr) return ST_NO_MEMORY;
-    int rc = animation->read(source, monitor, options);
+    return hold_read(animation, animation->read(source, monitor, options));
+}
+
+int qImageProxy::read_gif(qGifPushReader* reader) {
+    if (reader == nullptr || reader->animation() == nullptr) return ST_BAD_ARGUMENT;
+    const int rc = reader->end();
+    return hold_read(reader->take_animation(), rc);
+}
+
+int qImageProxy::hold_read(qGifAnimation* animation, int rc) {
     // A stream that broke off or was stopped after a complete frame is still worth showing.
     if (animation->valid()) rc = 0;
     if (animation->size().empty()) {

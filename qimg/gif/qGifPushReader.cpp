@@ -55,6 +55,13 @@ int qGifPushReader::push(const void* data, int length) {
     return parser_->status();
 }
 
+qGifAnimation* qGifPushReader::take_animation() {
+    qGifAnimation* animation = animation_;
+    animation_ = nullptr;
+    release();
+    return animation;
+}
+
 int qGifPushReader::end() {
     return parser_ != nullptr ? parser_->end() : ST_BAD_ARGUMENT;
 }

@@ -55,6 +55,9 @@ public:
     // The animation being read (borrowed; lives until the next begin() or the reader's end);
     // null before begin().
     qGifAnimation* animation() const { return animation_; }
+    // Hands the animation over to the caller, who deletes it, and stops the reading: the reader
+    // waits for begin() again. Null before begin().
+    qGifAnimation* take_animation();
 
 private:
     void release();

@@ -13,6 +13,7 @@
 #include "gif/GifTestKit.h"
 #include "qimg/core/qMonitor.h"
 #include "qimg/core/qStatus.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qMemoryR.h"
 
 namespace {
@@ -86,6 +87,15 @@ TEST(qGifPushReaderTest, EveryPrefixEndsAsThePullReaderOnThatPrefix) {
         // Progress and cancel as the pull reader: the same positions, of a total unknown.
         StopAtThird pulling, pushing;
         EXPECT_EQ(push(bytes, bytes.size(), 100, &pushing), pull(bytes, bytes.size(), &pulling));
+        // The facade holds what a push reader read as what it reads itself from the same bytes.
+        qGifPushReader reader;
+        reader.begin(kBrowser, nullptr);
+        reader.push(bytes.data(), static_cast<int>(bytes.size() / 2));
+        qImageProxy proxy, pulled;
+        qMemoryR half(bytes.data(), bytes.size() / 2);
+        EXPECT_EQ(proxy.read_gif(&reader), pulled.read_gif(&half, nullptr, kBrowser));
+        EXPECT_EQ(proxy.num_frames(), pulled.num_frames());
+        EXPECT_EQ(reader.animation(), nullptr);
         EXPECT_EQ(pushing.positions, pulling.positions);
         EXPECT_EQ(pushing.positions.size(), 3u);
         EXPECT_TRUE(pushing.unknown_total);
