@@ -3,6 +3,7 @@
 
 #include <qimg/qimg.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,18 @@ struct LoadedGif {
     qImageProxy proxy;
     qIAnimation* animation = nullptr;
 };
-// Reads `path` with a progress bar; on failure prints the error and returns its exit status.
+// Reads `path` ("-": standard input, through the push reader) with a progress bar, under the
+// browser rules and the reading limits; on failure prints the error and returns its exit status.
 int load_gif(const std::string& path, LoadedGif& gif);
+// The reading limits: what one frame or the screen may declare, and what all frames may take.
+struct ReadLimits {
+    int64_t max_pixels = int64_t{1} << 28;  // 16384 x 16384
+    int64_t max_memory_mb = 1024;
+};
+ReadLimits& read_limits();
+// Takes "--max-pixels N" and "--max-memory MB" out of `words`; false (with a message) for a
+// missing or bad value.
+bool take_limit_options(std::vector<std::string>& words, std::string& error);
 
 // A PT_BGRA32 canvas in memory with a writable view bound to it.
 struct Canvas {

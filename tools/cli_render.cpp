@@ -43,7 +43,7 @@ int parse(ArgList& args, bool sheet, RenderOptions& o) {
             } else if (!parse_scale_pair(value, o.scale_x, o.scale_y, error)) {
                 return report_usage(error);
             }
-        } else if (!word.empty() && word[0] == '-') {
+        } else if (word.size() > 1 && word[0] == '-') {
             return report_usage("unknown option '" + word + "'");
         } else if (o.input.empty()) {
             o.input = word;

@@ -39,9 +39,15 @@ Commands:
         Writes a GIF again, frame by frame as read; --delay and --loop replace the
         file's; --optimize re-cuts the frames from what they show, when that is smaller.
 
+A GIF named - is read from standard input, frame by frame as it arrives.
+
 Options:
-  -h, --help     show this text
-  --version      show the version
+  --max-pixels N   refuse a GIF whose screen or any frame has more than N pixels
+                   (default 268435456, 16384 x 16384)
+  --max-memory MB  refuse a GIF whose frames need more than MB megabytes in all
+                   (default 1024)
+  -h, --help       show this text
+  --version        show the version
 
 A progress bar appears on a terminal for long work; Ctrl-C stops it cleanly.
 Exit status: 0 success, 1 a file or the library refused the work, 2 a wrong command line,
@@ -52,6 +58,8 @@ Exit status: 0 success, 1 a file or the library refused the work, 2 a wrong comm
 
 int main(int argc, char** argv) {
     std::vector<std::string> words(argv + 1, argv + argc);
+    std::string error;
+    if (!take_limit_options(words, error)) return report_usage(error);
     if (words.empty()) {
         std::fputs(kHelp, stderr);
         return kExitUsage;

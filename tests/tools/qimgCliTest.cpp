@@ -74,6 +74,8 @@ TEST_F(qimgCliTest, InfoDescribesEveryFrame) {
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("screen 96 x 64, 5 frames, plays forever"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("24x24+8+14"), std::string::npos);
+    const CliRun piped = run("info - < " + kSample.string());  // through the push reader
+    EXPECT_EQ(piped.out.substr(piped.out.find(':')), r.out.substr(r.out.find(':')));
     const CliRun json = run("info --json " + kSample.string());
     EXPECT_EQ(json.status, 0);
     EXPECT_NE(json.out.find("\"frame_count\": 5"), std::string::npos) << json.out;
@@ -191,6 +193,8 @@ TEST_F(qimgCliTest, BadFilesGiveOneClearLineAndStatusOne) {
         {"info " + path("missing.gif"),                               path("missing.gif"), "cannot open"   },
         {"render " + text + " -o " + path("x.png"),                   text,                "not a GIF file"},
         {"quantize " + text + " -o " + path("x.png") + " --colors 8", text,                "PNG"           },
+        {"info - < " + broken,                                        "-",                 "cut short"     },
+        {"--max-pixels 255 info " + kSample.string(),                 kSample.string(),    "too large"     },
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.arguments);
@@ -220,6 +224,8 @@ TEST_F(qimgCliTest, WrongCommandLinesGiveStatusTwo) {
         "encode -o out.gif",
         "resave " + sample + " " + sample + " -o out.gif",
         "resave " + sample + " -o out.gif --loop -1",
+        "--max-pixels 0 info " + sample,
+        "info " + sample + " --max-memory",
     };
     for (const std::string& arguments : wrong) {
         SCOPED_TRACE(arguments);
