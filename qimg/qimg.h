@@ -10,7 +10,7 @@
 //             transfer, fill, colour mapping and dithering)
 //   image/    true-colour and indexed images, the frame decorator, the frame composer
 //   gif/      byte sources, the growable array, the graphic control record, LZW decoding,
-//             GIF frames and animations, the stream reader
+//             GIF frames and animations, the stream parser with its pull and push readers
 //   encode/   byte sinks, LZW encoding, the stream writer, the frame optimiser and the
 //             animation encoder
 //   facade/   qImageProxy
