@@ -49,6 +49,7 @@ std::string push(const Bytes& bytes, size_t length, size_t piece, qIMonitor* mon
         for (int f = static_cast<int>(first_seen.size()); f < complete; ++f)
             first_seen.push_back(frame_digest(*reader.animation()->frame(f)));
     }
+    EXPECT_EQ(reader.finished(), length == bytes.size());  // every file used here is whole
     const int status = reader.end();
     for (size_t f = 0; f < first_seen.size(); ++f)
         EXPECT_EQ(frame_digest(*reader.animation()->frame(static_cast<int>(f))), first_seen[f]);
