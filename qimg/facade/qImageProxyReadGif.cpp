@@ -40,7 +40,7 @@ int qImageProxy::hold_read(qGifAnimation* animation, int rc) {
         // A screen declared empty takes the size of the first image.
         const qIComponent* leaf = animation->current_leaf();
         if (leaf == nullptr) {
-            rc = ST_NO_MEMORY;
+            if (rc != ST_LIMIT_EXCEEDED) rc = ST_NO_MEMORY;  // a refusal stays one
         } else if (rc == 0) {
             rc = animation->set_screen_size(leaf->size());
         }

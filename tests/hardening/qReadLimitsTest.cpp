@@ -6,6 +6,7 @@
 #include "gif/GifTestKit.h"
 #include "qimg/core/qAllocationHookPriv.h"
 #include "qimg/core/qStatus.h"
+#include "qimg/facade/qImageProxy.h"
 #include "qimg/gif/qGifPushReader.h"
 #include "qimg/gif/qMemoryR.h"
 
@@ -55,6 +56,13 @@ TEST(ReadLimits, JustWithinReadsWholeJustBeyondStopsAndKeepsTheFramesBefore) {
         options.*row.limit = row.value;
         EXPECT_EQ(read_both(bytes, options), std::make_pair(row.status, row.frames)) << row.value;
     }
+    // The facade tells a refusal from a lack of memory, also for a screen declared empty.
+    Bytes empty_screen = bytes;
+    empty_screen[6] = empty_screen[7] = empty_screen[8] = empty_screen[9] = 0;
+    qImageProxy proxy;
+    qMemoryR source(empty_screen.data(), empty_screen.size());
+    EXPECT_EQ(proxy.read_gif(&source, nullptr, qGifReadOptions{.max_frame_pixels = 9999}),
+              ST_LIMIT_EXCEEDED);
 }
 
 #ifdef QIMG_TEST_HOOKS
