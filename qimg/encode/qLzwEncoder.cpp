@@ -69,6 +69,7 @@ void qLzwEncoder::reset_table() {
     }
     next_code_ = first_code_ = clear_code_ + 2;
     width_ = min_code_size_ + 1;
+    std::memset(run_known_, 0, sizeof run_known_);
     window_indices_ = 0;
     window_codes_ = 0;
     best_window_indices_ = 0;
@@ -97,11 +98,15 @@ int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
     if (!reserve(kRunBytes)) return ST_NO_MEMORY;
     if (table_ == nullptr) {
         constexpr size_t kTableBytes = sizeof(uint32_t) * kHashSlots;
-        void* block = q_malloc(kTableBytes + sizeof(uint16_t) * kMaxCodes);
+        constexpr size_t kSlotBytes = sizeof(uint16_t) * kMaxCodes;
+        void* block = q_malloc(kTableBytes + 2 * kSlotBytes + sizeof(uint16_t) * 256 * kRunChain);
         if (block == nullptr) return ST_NO_MEMORY;
         table_ = static_cast<uint32_t*>(block);
         slot_of_code_ =
             reinterpret_cast<uint16_t*>(static_cast<unsigned char*>(block) + kTableBytes);
+        run_codes_ = slot_of_code_ + kMaxCodes;
+        run_length_ = run_codes_ + 256 * kRunChain;
+        std::memset(run_length_, 0, sizeof(uint16_t) * kMaxCodes);
         std::memset(table_, 0xFF, kTableBytes);
         first_code_ = next_code_ = 0;
     }
@@ -128,33 +133,43 @@ bool qLzwEncoder::window_says_clear() {
 }
 
 void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
-    // Members are loaded into locals for the loop: the output is written through a byte
-    // pointer, which the compiler must otherwise assume changes every member.
+    int i = 0;
+    if (prefix_ == kNoPrefix) prefix_ = indices[i++];
+    while (i < count) {
+        if (next_code_ == static_cast<uint32_t>(kMaxCodes)) {
+            step(indices[i++]);  // a full table: rare, taken one index at a time
+            continue;
+        }
+        // A block of indices that repeat the one before it starts a run: taken whole.
+        if (count - i >= 8 && i > 0) {
+            uint64_t block;
+            std::memcpy(&block, indices + i, 8);
+            if (block == indices[i - 1] * 0x0101010101010101ull) {
+                int end = i + 8;
+                while (end < count && indices[end] == indices[i]) ++end;
+                encode_repeats(indices[i], end - i);
+                i = end;
+                continue;
+            }
+        }
+        i += encode_distinct(indices + i, count - i < 8 ? count - i : 8);
+    }
+}
+
+int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
+    // Branch-free: whether the string goes on is close to random on busy pictures, so both
+    // outcomes are computed and selected instead of guessed. Members go to locals: the output
+    // is written through a byte pointer, which the compiler must otherwise assume changes them.
     uint32_t prefix = prefix_;
     uint32_t next_code = next_code_;
-    int width = width_;
+    uint32_t width = static_cast<uint32_t>(width_);
     uint64_t bits = bits_;
-    int bit_count = bit_count_;
+    uint32_t bit_count = static_cast<uint32_t>(bit_count_);
     unsigned char* out = out_ + out_size_;
     uint32_t* const table = table_;
     uint16_t* const slot_of_code = slot_of_code_;
-    // Branch-free bit writer: after each code the whole bytes are stored as one 8-byte write
-    // (the run's reserved room has the slack) and the pointer moves by their number.
-    auto put = [&](uint32_t code) {
-        bits |= uint64_t{code} << bit_count;
-        bit_count += width;
-        const uint64_t le = bits;
-        std::memcpy(out, &le, 8);
-        const int whole = bit_count >> 3;  // at most 5: fewer than 32 bits wait on entry
-        out += whole;
-        bits >>= 8 * whole;
-        bit_count &= 7;
-    };
-
     int i = 0;
-    int mark = 0;  // indices before this one are counted in the deferred-clear window
-    if (prefix == kNoPrefix) prefix = indices[i++];
-    for (; i < count; ++i) {
+    for (; i < count && next_code < static_cast<uint32_t>(kMaxCodes); ++i) {
         const uint32_t index = indices[i];
         const uint32_t key = prefix << 8 | index;
         uint32_t slot = slot_of(prefix, index);
@@ -166,34 +181,75 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
             prefix = entry >> 20;
             continue;
         }
-        put(prefix);
+        bits |= uint64_t{prefix} << bit_count;
+        bit_count += width;
+        std::memcpy(out, &bits, 8);
+        const uint32_t whole = bit_count >> 3;  // at most 2: fewer than 8 bits wait on entry
+        out += whole;
+        bits >>= 8 * whole;
+        bit_count &= 7;
         prefix = index;
-        if (next_code < static_cast<uint32_t>(kMaxCodes)) {
-            if (next_code == (1u << width)) ++width;
-            table[slot] = next_code << 20 | key;
-            slot_of_code[next_code++] = static_cast<uint16_t>(slot);
-            mark = i;
-            continue;
-        }
-        // The table is full.
-        if (deferred_clear_) {
-            window_indices_ += i - mark;
-            mark = i;
-            if (!window_says_clear()) continue;
-        }
-        put(clear_code_);
-        next_code_ = next_code;  // reset_table() empties the slots of the codes up to here
-        reset_table();
-        next_code = next_code_;
-        width = width_;
+        if (next_code == (1u << width)) ++width;
+        table[slot] = next_code << 20 | key;
+        slot_of_code[next_code++] = static_cast<uint16_t>(slot);
     }
-    if (next_code == static_cast<uint32_t>(kMaxCodes)) window_indices_ += count - mark;
     prefix_ = prefix;
     next_code_ = next_code;
-    width_ = width;
+    width_ = static_cast<int>(width);
     bits_ = bits;
-    bit_count_ = bit_count;
+    bit_count_ = static_cast<int>(bit_count);
     out_size_ = static_cast<int>(out - out_);
+    return i;
+}
+
+void qLzwEncoder::step(uint32_t index) {
+    if (next_code_ == static_cast<uint32_t>(kMaxCodes)) ++window_indices_;
+    const uint32_t key = prefix_ << 8 | index;
+    uint32_t slot;
+    if (find(key, slot)) {
+        prefix_ = table_[slot] >> 20;
+        return;
+    }
+    put_code(prefix_);
+    add_entry(key, slot);
+    prefix_ = index;
+}
+
+void qLzwEncoder::encode_repeats(uint32_t index, int count) {
+    // Strings of one index grow by one each time they end inside a run: c, cc, ccc, ... all
+    // in the table up to some length. run_codes_ keeps their codes by length, so a run costs
+    // one step per code written instead of one look-up per index; the codes are the same.
+    uint16_t* const chain = run_codes_ + index * kRunChain;
+    while (count > 0) {
+        // The string so far: `index` k times, or something else (k = 0).
+        int known = run_known_[index];
+        if (known == 0) {
+            chain[known++] = static_cast<uint16_t>(index);
+            run_length_[index] = 1;
+        }
+        const int k = run_length_[prefix_];
+        if (k == 0 || k > known || chain[k - 1] != prefix_) {  // index by index
+            step(index);
+            --count;
+            continue;
+        }
+        // Lengths the table gained outside this function are found on the way.
+        uint32_t slot;
+        while (known < kRunChain && find(uint32_t{chain[known - 1]} << 8 | index, slot)) {
+            const uint32_t code = table_[slot] >> 20;
+            chain[known++] = static_cast<uint16_t>(code);
+            run_length_[code] = static_cast<uint16_t>(known);
+        }
+        run_known_[index] = static_cast<uint16_t>(known);
+        const int taken = count < known - k ? count : known - k;
+        if (next_code_ == static_cast<uint32_t>(kMaxCodes)) window_indices_ += taken;
+        prefix_ = chain[k - 1 + taken];
+        count -= taken;
+        if (count == 0 || known == kRunChain) continue;  // a chain this long goes on by steps
+        // The next index ends the longest string: as step() would do.
+        step(index);
+        --count;
+    }
 }
 
 bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {

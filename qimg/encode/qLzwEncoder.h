@@ -65,8 +65,18 @@ private:
     static constexpr int kHashSlots = 1 << kHashBits;
     static constexpr uint32_t kNoPrefix = 0xFFFFFFFFu;
 
-    // The hot loop over one run of indices whose output room is already reserved.
+    // Longest strings of one index whose codes run_codes_ keeps (256 of them per index).
+    static constexpr int kRunChain = 256;
+
+    // One piece of indices whose output room is already reserved: runs of one index go to
+    // encode_repeats(), the rest to encode_distinct().
     void encode_run(const unsigned char* indices, int count);
+    // Encodes up to `count` indices (fewer once the table is full); returns how many.
+    int encode_distinct(const unsigned char* indices, int count);
+    // `count` more indices equal to `index`.
+    void encode_repeats(uint32_t index, int count);
+    // One index the plain way (any table state).
+    void step(uint32_t index);
     void put_code(uint32_t code);
     // Looks up the string `key`; true when present. `slot` is then its slot, else the empty
     // slot where it would go.
@@ -74,7 +84,7 @@ private:
     // The prefix code XOR a scrambled index (Fibonacci hashing of the index alone). The index is
     // known early, so the only step that waits for the previous look-up is the XOR.
     static uint32_t slot_of(uint32_t prefix, uint32_t index) {
-        return prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits);
+        return ((prefix << 8 | index) * 0x9E3779B1u) >> (32 - kHashBits);
     }
     // After a code was written for a string that `index` does not continue: the table entry
     // (prefix + index) goes into `slot`, or the full table is cleared or kept.
@@ -95,6 +105,13 @@ private:
     // The slot of each code's entry, so a reset empties only the slots in use.
     uint16_t* slot_of_code_ = nullptr;
     uint32_t first_code_ = 0;  // the first code with an entry in the table
+    // run_codes_[c * kRunChain + k]: the code of k + 1 times index c, for k < run_known_[c]
+    // (the block's third part; zero lengths known after each reset).
+    uint16_t* run_codes_ = nullptr;
+    uint16_t run_known_[256] = {};
+    // run_length_[code]: k when the code's string might be k times one index (checked against
+    // run_codes_); the block's last part.
+    uint16_t* run_length_ = nullptr;
 
     int min_code_size_ = 0;
     uint32_t clear_code_ = 0;
