@@ -41,8 +41,15 @@ qLzwEncoder::~qLzwEncoder() {
 }
 
 bool qLzwEncoder::reserve(int64_t extra) {
-    const int64_t needed = out_size_ + extra;
+    int64_t needed = out_size_ + extra;
     if (needed <= out_capacity_) return true;
+    if (out_start_ > 0) {  // the consumed bytes make room first
+        std::memmove(out_, out_ + out_start_, static_cast<size_t>(out_size_ - out_start_));
+        out_size_ -= out_start_;
+        needed -= out_start_;
+        out_start_ = 0;
+        if (needed <= out_capacity_) return true;
+    }
     if (needed > (int64_t{1} << 30)) return false;
     const int capacity =
         static_cast<int>(needed < 2 * int64_t{out_capacity_} ? 2 * out_capacity_ : needed);
@@ -55,12 +62,34 @@ bool qLzwEncoder::reserve(int64_t extra) {
 
 void qLzwEncoder::consume(int n) {
     if (n <= 0) return;
-    if (n >= out_size_) {
-        out_size_ = 0;
+    if (n >= size()) {
+        out_start_ = out_size_ = 0;
         return;
     }
-    std::memmove(out_, out_ + n, static_cast<size_t>(out_size_ - n));
-    out_size_ -= n;
+    out_start_ += n;  // moved out in reserve(), when the room is needed
+}
+
+void qLzwEncoder::set_grow_at() {
+    const uint32_t slots = slot_mask_ + 1;
+    grow_at_ = slots < kHashSlots ? first_code_ + slots / 8 : kMaxCodes;
+}
+
+void qLzwEncoder::grow_table() {
+    const uint32_t slots = 2 * (slot_mask_ + 1);
+    // The entries move to their slots in the doubled hash, codes in order.
+    uint32_t entries[kMaxCodes];
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        entries[code] = table_[slot_of_code_[code]];
+    }
+    std::memset(table_, 0, sizeof(uint32_t) * slots);
+    slot_mask_ = slots - 1;
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        uint32_t slot;
+        find(entries[code] & kKeyMask, slot);
+        table_[slot] = entries[code];
+        slot_of_code_[code] = static_cast<uint16_t>(slot);
+    }
+    set_grow_at();
 }
 
 void qLzwEncoder::reset_table() {
@@ -68,6 +97,7 @@ void qLzwEncoder::reset_table() {
         table_[slot_of_code_[code]] = kEmpty;
     }
     next_code_ = first_code_ = clear_code_ + 2;
+    set_grow_at();
     width_ = min_code_size_ + 1;
     std::memset(run_known_, 0, sizeof run_known_);
     window_indices_ = 0;
@@ -93,7 +123,7 @@ inline void qLzwEncoder::put_code(uint32_t code) {
 
 int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
     started_ = false;
-    out_size_ = 0;
+    out_start_ = out_size_ = 0;
     if (min_code_size < kMinCodeSize || min_code_size > kMaxCodeSize) return ST_BAD_ARGUMENT;
     if (!reserve(kRunBytes)) return ST_NO_MEMORY;
     if (table_ == nullptr) {
@@ -107,7 +137,8 @@ int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
         run_codes_ = slot_of_code_ + kMaxCodes;
         run_length_ = run_codes_ + 256 * kRunChain;
         std::memset(run_length_, 0, sizeof(uint16_t) * kMaxCodes);
-        std::memset(table_, 0xFF, kTableBytes);
+        std::memset(table_, 0, sizeof(uint32_t) * kFirstSlots);
+        slot_mask_ = kFirstSlots - 1;
         first_code_ = next_code_ = 0;
     }
     min_code_size_ = min_code_size;
@@ -134,25 +165,22 @@ bool qLzwEncoder::window_says_clear() {
 
 void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
     int i = 0;
-    if (prefix_ == kNoPrefix) prefix_ = indices[i++];
+    if (prefix_ == kNoPrefix) prefix_ = last_index_ = indices[i++];
     while (i < count) {
         if (next_code_ == static_cast<uint32_t>(kMaxCodes)) {
             step(indices[i++]);  // a full table: rare, taken one index at a time
+        } else if (next_code_ == grow_at_) {
+            grow_table();
             continue;
+        } else if (count - i >= 8 && repeats(indices + i, last_index_)) {
+            int end = i + 8;
+            while (end < count && indices[end] == indices[i]) ++end;
+            encode_repeats(indices[i], end - i);
+            i = end;
+        } else {
+            i += encode_distinct(indices + i, count - i);
         }
-        // A block of indices that repeat the one before it starts a run: taken whole.
-        if (count - i >= 8 && i > 0) {
-            uint64_t block;
-            std::memcpy(&block, indices + i, 8);
-            if (block == indices[i - 1] * 0x0101010101010101ull) {
-                int end = i + 8;
-                while (end < count && indices[end] == indices[i]) ++end;
-                encode_repeats(indices[i], end - i);
-                i = end;
-                continue;
-            }
-        }
-        i += encode_distinct(indices + i, count - i < 8 ? count - i : 8);
+        last_index_ = indices[i - 1];
     }
 }
 
@@ -168,14 +196,16 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
     unsigned char* out = out_ + out_size_;
     uint32_t* const table = table_;
     uint16_t* const slot_of_code = slot_of_code_;
+    const uint32_t mask = slot_mask_;
+    const uint32_t limit = grow_at_;
     int i = 0;
-    for (; i < count && next_code < static_cast<uint32_t>(kMaxCodes); ++i) {
+    for (; i < count && next_code < limit; ++i) {
         const uint32_t index = indices[i];
         const uint32_t key = prefix << 8 | index;
-        uint32_t slot = slot_of(prefix, index);
+        uint32_t slot = (prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits)) & mask;
         uint32_t entry;
         while (((entry = table[slot]) & kKeyMask) != key && entry != kEmpty) {
-            slot = (slot + 1) & (kHashSlots - 1);
+            slot = (slot + 1) & mask;
         }
         if (entry != kEmpty) {  // the string goes on
             prefix = entry >> 20;
@@ -192,6 +222,11 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
         if (next_code == (1u << width)) ++width;
         table[slot] = next_code << 20 | key;
         slot_of_code[next_code++] = static_cast<uint16_t>(slot);
+        // A run of this index starts: encode_repeats() takes it.
+        if (count - i > 8 && repeats(indices + i + 1, index)) {
+            ++i;
+            break;
+        }
     }
     prefix_ = prefix;
     next_code_ = next_code;
@@ -245,8 +280,9 @@ void qLzwEncoder::encode_repeats(uint32_t index, int count) {
         if (next_code_ == static_cast<uint32_t>(kMaxCodes)) window_indices_ += taken;
         prefix_ = chain[k - 1 + taken];
         count -= taken;
-        if (count == 0 || known == kRunChain) continue;  // a chain this long goes on by steps
-        // The next index ends the longest string: as step() would do.
+        if (count == 0) break;
+        // The next index ends the longest string known here (or, past kRunChain, goes on to a
+        // longer one): step() takes it.
         step(index);
         --count;
     }
@@ -274,6 +310,7 @@ void qLzwEncoder::add_entry(uint32_t key, uint32_t slot) {
         if (next_code_ == (1u << width_)) ++width_;
         table_[slot] = next_code_ << 20 | key;
         slot_of_code_[next_code_++] = static_cast<uint16_t>(slot);
+        if (next_code_ == grow_at_ && grow_at_ < static_cast<uint32_t>(kMaxCodes)) grow_table();
         return;
     }
     if (deferred_clear_ && !window_says_clear()) return;
