@@ -36,6 +36,33 @@ bool any_transparent_pixel(const qIImageBuffer* frame) {
     return false;
 }
 
+// `frame` mapped to `palette` into `out`.
+int map_to(const qIImageBuffer* frame, const qIColormap* palette, qQuantizer mapping,
+           qIndexImage& out) {
+    int rc = out.Create_buffer(frame->size(), PT_INDEX8);
+    if (rc == ST_OK) rc = out.set_colormap(palette, -1);
+    if (rc == ST_OK) rc = out.map_from_image(frame, mapping, false, 1.0f, 0.0f, nullptr);
+    return rc;
+}
+
+// Sum of squared colour differences between the opaque pixels of `frame` and their entries.
+int64_t squared_error(const qIImageBuffer* frame, const qIndexImage& mapped,
+                      const qIColormap* palette) {
+    const qSize size = frame->size();
+    int64_t sum = 0;
+    for (int y = 0; y < size.height; ++y) {
+        const unsigned char* p = frame->pixel_address(y, 0);
+        const unsigned char* index = mapped.pixel_address(y, 0);
+        for (int x = 0; x < size.width; ++x, p += 4) {
+            if (p[3] == 0) continue;
+            const qPixRA c = palette->get_color(index[x]);
+            const int db = c.blue - p[0], dg = c.green - p[1], dr = c.red - p[2];
+            sum += db * db + dg * dg + dr * dr;
+        }
+    }
+    return sum;
+}
+
 // The distinct colours of composed screens, as palette indices: an open-addressing set of at
 // most 256 BGRA values (alpha-0 pixels are all "transparent" and stay out of it).
 class ExactPalette {
@@ -187,7 +214,8 @@ int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count,
 int qGifEncoder::encode_frames(const qIImageBuffer* const* frames, const int* delays, int count,
                                const qGifEncodeOptions& options, qIFileW* sink,
                                qIMonitor* monitor) {
-    if (frames == nullptr || count < 1 || options.colors < 2 || options.colors > 256) {
+    if (frames == nullptr || count < 1 || options.colors < 2 || options.colors > 256 ||
+        options.palettes < PM_SHARED || options.palettes > PM_AUTO) {
         return ST_BAD_ARGUMENT;
     }
     const qSize screen = frames[0] ? frames[0]->size() : qSize();
@@ -202,30 +230,58 @@ int qGifEncoder::encode_frames(const qIImageBuffer* const* frames, const int* de
         transparent = transparent || any_transparent_pixel(frame);
     }
 
-    // One palette for all frames; a transparent entry when a frame needs one, or when the
-    // optimiser can use it to skip unchanged pixels.
-    qColorQuantProxy quant;
-    int rc = quant.create_quantizer();
-    for (int f = 0; rc == ST_OK && f < count; ++f) rc = quant.prescan_quantize(frames[f], 1);
-    if (rc == ST_OK) rc = quant.select_colors(options.colors, transparent || options.optimize);
-    if (rc != ST_OK) return rc;
-    const qIColormap* palette = quant.colormap();
+    // The shared palette; a transparent entry when a frame needs one, or when the optimiser can
+    // use it to skip unchanged pixels.
+    qColorQuantProxy shared_quant;
+    const qIColormap* shared = nullptr;
+    int rc = ST_OK;
+    if (options.palettes != PM_LOCAL) {
+        rc = shared_quant.create_quantizer();
+        for (int f = 0; rc == ST_OK && f < count; ++f) {
+            rc = shared_quant.prescan_quantize(frames[f], 1);
+        }
+        if (rc == ST_OK)
+            rc = shared_quant.select_colors(options.colors, transparent || options.optimize);
+        if (rc != ST_OK) return rc;
+        shared = shared_quant.colormap();
+    }
+    const qQuantizer mapping = options.dither ? QT_DIFFUSION : QT_NEAREST;
 
     qGifOptimizer optimizer;
-    rc = optimizer.begin(sink, screen, palette, palette->min_t_index(), options.loop_count,
-                         options.optimize);
-    qIndexImage screen_indices;
+    qColormap global;  // the global table: the shared palette, or the first frame's own
+    qIndexImage shared_indices, own_indices;
     for (int f = 0; rc == ST_OK && f < count; ++f) {
-        rc = screen_indices.Create_buffer(screen, PT_INDEX8);
-        if (rc == ST_OK) rc = screen_indices.set_colormap(palette, -1);
-        if (rc == ST_OK) {
-            rc = screen_indices.map_from_image(
-                frames[f], options.dither ? QT_DIFFUSION : QT_NEAREST, false, 1.0f, 0.0f, nullptr);
+        qColorQuantProxy own_quant;
+        const qIColormap* own = nullptr;
+        if (options.palettes != PM_SHARED) {
+            rc = own_quant.create_quantizer();
+            if (rc == ST_OK) rc = own_quant.prescan_quantize(frames[f], 1);
+            if (rc == ST_OK) {
+                rc = own_quant.select_colors(options.colors,
+                                             options.optimize || any_transparent_pixel(frames[f]));
+            }
+            if (rc == ST_OK) own = own_quant.colormap();
+            if (rc == ST_OK) rc = map_to(frames[f], own, mapping, own_indices);
         }
-        if (rc == ST_OK) {
-            rc = optimizer.add_frame(screen_indices.pixel_address(0, 0),
-                                     row_bytes(screen.width, PT_INDEX8), delays ? delays[f] : 0);
+        if (rc == ST_OK && shared) rc = map_to(frames[f], shared, mapping, shared_indices);
+        if (rc != ST_OK) break;
+        const bool use_own =
+            own && (!shared || 2 * squared_error(frames[f], own_indices, own) <
+                                   squared_error(frames[f], shared_indices, shared));
+        if (f == 0) {
+            rc = global.copy_from(shared ? shared : own);
+            if (rc == ST_OK) {
+                rc = optimizer.begin(sink, screen, &global, global.min_t_index(),
+                                     options.loop_count, options.optimize);
+            }
+            if (rc != ST_OK) break;
         }
+        const qIndexImage& indices = use_own ? own_indices : shared_indices;
+        // The first frame's own table is the global one.
+        const bool local = use_own && (shared || f > 0);
+        rc = optimizer.add_frame(indices.pixel_address(0, 0), row_bytes(screen.width, PT_INDEX8),
+                                 delays ? delays[f] : 0, local ? own : nullptr,
+                                 local ? own->min_t_index() : -1);
         if (rc == ST_OK && monitor && !monitor->progress(f + 1, count, 0, 1)) rc = ST_CANCELLED;
     }
     return rc == ST_OK ? optimizer.finish() : rc;

@@ -234,8 +234,8 @@ int qGifOptimizer::write_pending(const uint32_t* next) {
     control.delay = pending_delay_;
     control.disposal = restore ? 2 : 1;
     control.transparent = pending_transparent_;
-    rc = writer_.add_image(&crop_, area.pos(), pending_is_local_ ? table : nullptr, &control,
-                           false, nullptr);
+    rc = writer_.add_image(&crop_, area.pos(), pending_is_local_ ? table : nullptr, &control, false,
+                           nullptr);
     if (rc != ST_OK) return rc;
 
     // What the screen shows before the next frame.

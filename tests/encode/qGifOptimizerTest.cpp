@@ -120,6 +120,50 @@ TEST(qGifOptimizerTest, TrueColourFramesOptimisedShowWhatThePlainFileShows) {
     }
 }
 
+// Two frames whose colours have nothing in common, on 16 colours: their own tables serve them
+// better than one shared palette, and auto mode finds that out; in every mode the optimised
+// file shows what the plain one shows (a transparent pixel gives both the same palettes).
+TEST(qGifOptimizerTest, OwnTablesServeFramesOfDifferentColoursBetter) {
+    qDirectImage pictures[2];
+    const qIImageBuffer* frames[] = {&pictures[0], &pictures[1]};
+    Bytes source;
+    for (int f = 0; f < 2; ++f) {
+        ASSERT_EQ(pictures[f].Create_buffer(qSize(32, 8), PT_BGRA32, nullptr), 0);
+        for (int y = 0; y < 8; ++y) {
+            for (int x = 0; x < 32; ++x) {
+                const qPixRA c = x + y == 0 ? qtest::rgba(0, 0, 0, 0)
+                                 : f == 0   ? qtest::rgba(8 * x, 0, 0)
+                                            : qtest::rgba(0, 0, 8 * x);
+                std::memcpy(pictures[f].pixel_address(y, x), &c, 4);
+                source.insert(source.end(), {c.blue, c.green, c.red, c.alpha});
+            }
+        }
+    }
+    int64_t error[3] = {};
+    for (int mode : {PM_SHARED, PM_LOCAL, PM_AUTO}) {
+        SCOPED_TRACE(mode);
+        qGifEncodeOptions options;
+        options.colors = 16;
+        options.palettes = mode;
+        Written plain, optimized;
+        options.optimize = false;
+        ASSERT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &plain.sink, nullptr), 0);
+        options.optimize = true;
+        ASSERT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &optimized.sink, nullptr),
+                  0);
+        ASSERT_EQ(plain.read(), 0);
+        ASSERT_EQ(optimized.read(), 0);
+        const Bytes shown = gif_test::composed_frames(optimized.animation);
+        EXPECT_EQ(shown, gif_test::composed_frames(plain.animation));
+        EXPECT_EQ(optimized.animation.frame(1)->local_colormap() != nullptr, mode != PM_SHARED);
+        for (size_t i = 0; i < shown.size(); ++i) {
+            error[mode] += (shown[i] - source[i]) * (shown[i] - source[i]);
+        }
+    }
+    EXPECT_LT(error[PM_LOCAL] * 2, error[PM_SHARED]);
+    EXPECT_EQ(error[PM_AUTO], error[PM_LOCAL]);
+}
+
 TEST(qGifOptimizerTest, RefusesBadFrames) {
     qDirectImage a, b;
     ASSERT_EQ(a.Create_buffer(qSize(4, 4), PT_BGRA32, nullptr), 0);
@@ -132,6 +176,9 @@ TEST(qGifOptimizerTest, RefusesBadFrames) {
     frames[1] = &a;
     EXPECT_EQ(qGifEncoder::encode_frames(frames, delays, 2, options, &sink, nullptr), -5);
     options.colors = 1;
+    EXPECT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &sink, nullptr), -5);
+    options.colors = 256;
+    options.palettes = 3;
     EXPECT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &sink, nullptr), -5);
     EXPECT_EQ(qGifEncoder::reencode(nullptr, RS_RECUT, -1, 0, &sink, nullptr), -5);
 }
