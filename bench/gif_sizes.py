@@ -10,8 +10,9 @@ Two sets of animations:
                made whole again (`gifsicle --unoptimize`), so both optimise the same indices;
                Pillow saving the RGB frames (it quantizes each frame on its own)
 
-A third table compares qimg's palette modes on the true-colour sets (`--palettes shared`, `local`,
-`auto`): file size and the PSNR of the frames shown against the source frames.
+A third table compares qimg's palette modes (`--palettes shared`, `local`, `auto`, 32 colours) on
+the true-colour sets and a slide show of both photographs: file size and the PSNR of the frames
+shown against the source frames.
 
 Needs python3-pil, gifsicle and lomiri-wallpapers-20.04 (the Makefile's BENCH_PACKAGES).
 Run with Debian's python3: /usr/bin/python3 bench/gif_sizes.py build/bench/tools/qimg
@@ -147,15 +148,22 @@ def psnr(gif_path, frames):
 
 
 def palette_modes(qimg, work):
-    print("\npalette modes on the true-colour sets (bytes, PSNR dB)")
+    print("\npalette modes on the true-colour sets, 32 colours (bytes, PSNR dB)")
     modes = ["shared", "local", "auto"]
     print(f"{'file':32} " + " ".join(f"{m:>18}" for m in modes))
-    for name, paths, frames in true_colour_sets(work):
+    # A slide show: the stills of both photographs in turn, colours one palette serves badly.
+    stills = [Image.open(p).convert("RGB").reduce(4).crop((40, 60, 360, 260)) for p in PHOTOS]
+    show = [stills[i % 2].rotate(0 if i < 2 else 180) for i in range(4)]
+    show_paths = []
+    for i, frame in enumerate(show):
+        show_paths.append(os.path.join(work, f"show-{i}.png"))
+        frame.save(show_paths[-1])
+    for name, paths, frames in true_colour_sets(work) + [("two-photo-show", show_paths, show)]:
         cells = []
         for mode in modes:
             out = os.path.join(work, f"{name}-{mode}.gif")
-            subprocess.run([qimg, "encode", *paths, "-o", out, "--palettes", mode], check=True,
-                           stdout=subprocess.DEVNULL)
+            subprocess.run([qimg, "encode", *paths, "-o", out, "--palettes", mode,
+                            "--colors", "32"], check=True, stdout=subprocess.DEVNULL)
             cells.append(f"{size_of(out):>10} {psnr(out, frames):>6.2f} ")
         print(f"{name:32} " + " ".join(cells))
 
