@@ -64,11 +64,14 @@ py::object save_gif(const py::object& target, const py::sequence& frames, const 
                     const std::string& palettes, const py::object& progress) {
     const int count = static_cast<int>(py::len(frames));
     if (count < 1) throw py::value_error("frames must hold at least one frame");
+    const bool per_frame = py::isinstance<py::sequence>(delay_ms);
+    if (per_frame && py::len(delay_ms) != static_cast<size_t>(count)) {
+        throw py::value_error("delay_ms must be one value or one per frame");
+    }
     std::vector<int> delays(static_cast<size_t>(count));
     for (int f = 0; f < count; ++f) {
-        const int ms = py::isinstance<py::sequence>(delay_ms)
-                           ? py::reinterpret_borrow<py::sequence>(delay_ms)[f].cast<int>()
-                           : delay_ms.cast<int>();
+        const int ms = per_frame ? py::reinterpret_borrow<py::sequence>(delay_ms)[f].cast<int>()
+                                 : delay_ms.cast<int>();
         if (ms < 0 || ms > 655350) throw py::value_error("delay_ms must be 0..655350");
         delays[f] = (ms + 5) / 10;  // the format stores hundredths of a second
     }

@@ -53,6 +53,8 @@ def test_refusals_and_cancel(tmp_path):
         qimg.save_gif(None, [])
     with pytest.raises(ValueError):
         qimg.save_gif(None, frames_rgb(), palettes="some")
+    with pytest.raises(ValueError):
+        qimg.save_gif(None, frames_rgb(2), delay_ms=[10])
     with pytest.raises(TypeError):
         qimg.save_gif(None, [np.zeros((4, 4), np.float32)], palette=np.zeros((2, 3), np.uint8))
     with pytest.raises(qimg.Cancelled):
