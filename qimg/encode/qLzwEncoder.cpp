@@ -163,6 +163,15 @@ bool qLzwEncoder::window_says_clear() {
     return covered * 4 < best_window_indices_ * 3;
 }
 
+inline bool qLzwEncoder::find(uint32_t key, uint32_t& slot) const {
+    slot = slot_of(key >> 8, key & 0xFF);
+    uint32_t entry;
+    while (((entry = table_[slot]) & kKeyMask) != key && entry != kEmpty) {
+        slot = (slot + 1) & slot_mask_;
+    }
+    return entry != kEmpty;
+}
+
 void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
     int i = 0;
     if (prefix_ == kNoPrefix) prefix_ = last_index_ = indices[i++];
@@ -174,6 +183,7 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
             continue;
         } else if (count - i >= 8 && repeats(indices + i, last_index_)) {
             int end = i + 8;
+            while (count - end >= 8 && repeats(indices + end, indices[i])) end += 8;
             while (end < count && indices[end] == indices[i]) ++end;
             encode_repeats(indices[i], end - i);
             i = end;
@@ -294,15 +304,6 @@ bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {
     unsigned char seen = 0;
     for (int i = 0; i < count; ++i) seen |= indices[i];
     return seen < clear_code_;
-}
-
-bool qLzwEncoder::find(uint32_t key, uint32_t& slot) const {
-    slot = slot_of(key >> 8, key & 0xFF);
-    uint32_t entry;
-    while (((entry = table_[slot]) & kKeyMask) != key && entry != kEmpty) {
-        slot = (slot + 1) & (kHashSlots - 1);
-    }
-    return entry != kEmpty;
 }
 
 void qLzwEncoder::add_entry(uint32_t key, uint32_t slot) {
