@@ -121,6 +121,7 @@ int command_encode(ArgList& args) {
         if (!sniff_input(input, kind)) return kExitFailure;
         if (kind != FileKind::png) return report_error(input, "not a PNG file");
         if (!read_png(input, png, error)) return report_error(input, error);
+        if (TerminalProgress::interrupted()) return report_status(input, "reading", ST_CANCELLED);
         if (!frames.empty() && !(qSize(png.width, png.height) == frames.front()->size())) {
             return report_error(input, "frames differ in size from the first one");
         }

@@ -4,8 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include "cli_common.h"
 #include "cli_progress.h"
@@ -33,6 +34,20 @@ int report_write_status(const std::string& target, int status, const std::string
     return report_status(target, "writing", status);
 }
 
+// Where a symbolic link leads, followed to its end even when that does not exist yet, so that
+// the file behind the link is the one written and the link stays; any other path as it is.
+std::string link_destination(const std::string& target) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::path path = target;
+    for (int hops = 0; hops < 40 && fs::is_symlink(path, error); ++hops) {
+        const fs::path link = fs::read_symlink(path, error);
+        if (error) break;
+        path = link.is_absolute() ? link : path.parent_path() / link;
+    }
+    return path.string();
+}
+
 bool is_regular_or_absent(const std::string& path) {
     struct stat info;
     return stat(path.c_str(), &info) != 0 ? errno == ENOENT : S_ISREG(info.st_mode);
@@ -42,21 +57,16 @@ bool is_regular_or_absent(const std::string& path) {
 
 int write_output(const std::string& target, const std::function<int(std::FILE*)>& write) {
     std::string why;
+    const std::string destination = link_destination(target);
     struct stat info;
-    const bool exists = stat(target.c_str(), &info) == 0;
+    const bool exists = stat(destination.c_str(), &info) == 0;
     if (exists && S_ISDIR(info.st_mode)) return report_error(target, "is a directory");
     if (exists && !S_ISREG(info.st_mode)) {
-        std::FILE* file = std::fopen(target.c_str(), "wb");
+        std::FILE* file = std::fopen(destination.c_str(), "wb");
         if (file == nullptr)
             return report_error(target, std::string("cannot open: ") + std::strerror(errno));
         const int status = write_and_close(file, write, why);
         return status == 0 ? kExitOk : report_write_status(target, status, why);
-    }
-    // A symbolic link keeps pointing where it did: the file behind it is the one replaced.
-    std::string destination = target;
-    if (char* resolved = exists ? realpath(target.c_str(), nullptr) : nullptr) {
-        destination = resolved;
-        std::free(resolved);
     }
     std::string temporary = destination + ".XXXXXX";
     const int fd = mkstemp(temporary.data());

@@ -87,8 +87,10 @@ int load_picture(const std::string& path, PngPicture& picture) {
     FileKind kind;
     if (!sniff_input(path, kind)) return kExitFailure;
     std::string error;
+    if (kind == FileKind::png && !read_png(path, picture, error)) return report_error(path, error);
     if (kind == FileKind::png)
-        return read_png(path, picture, error) ? kExitOk : report_error(path, error);
+        return TerminalProgress::interrupted() ? report_status(path, "reading", ST_CANCELLED)
+                                               : kExitOk;
     if (kind != FileKind::gif) return report_error(path, "neither a PNG nor a GIF file");
     LoadedGif gif;
     if (const int status = load_gif(path, gif); status != kExitOk) return status;
