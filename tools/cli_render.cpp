@@ -59,6 +59,7 @@ bool frame_name(const std::string& pattern, int index, std::string& name) {
 // --columns exists.
 int parse(ArgList& args, bool sheet, RenderOptions& o) {
     std::string error, value;
+    bool given_frame = false;
     while (!args.empty()) {
         const std::string word = args.take();
         if (word == "-o" || word == "--output") {
@@ -67,6 +68,7 @@ int parse(ArgList& args, bool sheet, RenderOptions& o) {
             if (!args.take_value(word, value, error) ||
                 !parse_int(word, value, 0, 1 << 30, o.frame, error))
                 return report_usage(error);
+            given_frame = true;
         } else if (word == "--all" && !sheet) {
             o.all = true;
         } else if (word == "--columns" && sheet) {
@@ -92,6 +94,7 @@ int parse(ArgList& args, bool sheet, RenderOptions& o) {
         }
     }
     if (o.input.empty() || o.output.empty()) return report_usage("FILE.gif and -o OUT.png needed");
+    if (o.all && given_frame) return report_usage("render: --frame and --all exclude each other");
     std::string name;
     if (o.all && !frame_name(o.output, 0, name))
         return report_usage(
