@@ -159,6 +159,7 @@ TEST_F(qimgCliTest, QuantizeKeepsColoursThatFitAndTakesAlphaByTheThreshold) {
         SCOPED_TRACE(options);
         const CliRun r = run("quantize " + in + " -o " + out + " --colors 4 " + options);
         ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.err, "");  // no note: the palette was not rounded
         PngPicture picture;
         ASSERT_TRUE(read_png(out, picture, error)) << error;
         ASSERT_EQ(picture.pixels.size(), bgra.size());
@@ -221,7 +222,7 @@ TEST_F(qimgCliTest, EveryTroubleGetsItsExitStatusAndAMessageToActOn) {
     const std::string sample = kSample.string(), cut = path("cut.gif"), big = path("big.gif");
     const std::string kept = path("kept.png"), text = path("text.gif");
     std::ofstream(cut, std::ios::binary) << slurp(kSample).substr(0, 700);  // in frame 2
-    std::ofstream(path("head.gif"), std::ios::binary) << slurp(kSample).substr(0, 30);
+    std::ofstream(path("head.gif"), std::ios::binary) << slurp(kSample).substr(0, 6);
     std::ofstream(path("empty.gif"));
     std::ofstream(text) << "this is not a picture";
     std::ofstream(kept) << "kept";
