@@ -10,18 +10,23 @@ Two sets of animations:
                made whole again (`gifsicle --unoptimize`), so both optimise the same indices;
                Pillow saving the RGB frames (it quantizes each frame on its own)
 
+A third table compares qimg's palette modes (`--palettes shared`, `local`, `auto`, 32 colours) on
+the true-colour sets and a slide show of both photographs: file size and the PSNR of the frames
+shown against the source frames.
+
 Needs python3-pil, gifsicle and lomiri-wallpapers-20.04 (the Makefile's BENCH_PACKAGES).
 Run with Debian's python3: /usr/bin/python3 bench/gif_sizes.py build/bench/tools/qimg
 """
 import glob
 import io
+import math
 import os
 import subprocess
 import sys
 import tempfile
 import time
 
-from PIL import Image
+from PIL import Image, ImageChops, ImageStat
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 CORPUS = os.path.join(ROOT, "tests", "gif", "corpus")
@@ -129,6 +134,40 @@ def true_colour(qimg, work):
     row("total", totals)
 
 
+def psnr(gif_path, frames):
+    """PSNR (dB) of the frames a viewer shows against the source frames, over all of them."""
+    total, count = 0.0, 0
+    with Image.open(gif_path) as im:
+        for i, source in enumerate(frames):
+            im.seek(i)
+            rms = ImageStat.Stat(ImageChops.difference(im.convert("RGB"), source)).rms
+            total += sum(r * r for r in rms)
+            count += len(rms)
+    mse = total / count
+    return 99.0 if mse == 0 else 10 * math.log10(255 * 255 / mse)
+
+
+def palette_modes(qimg, work):
+    print("\npalette modes on the true-colour sets, 32 colours (bytes, PSNR dB)")
+    modes = ["shared", "local", "auto"]
+    print(f"{'file':32} " + " ".join(f"{m:>18}" for m in modes))
+    # A slide show: the stills of both photographs in turn, colours one palette serves badly.
+    stills = [Image.open(p).convert("RGB").reduce(4).crop((40, 60, 360, 260)) for p in PHOTOS]
+    show = [stills[i % 2].rotate(0 if i < 2 else 180) for i in range(4)]
+    show_paths = []
+    for i, frame in enumerate(show):
+        show_paths.append(os.path.join(work, f"show-{i}.png"))
+        frame.save(show_paths[-1])
+    for name, paths, frames in true_colour_sets(work) + [("two-photo-show", show_paths, show)]:
+        cells = []
+        for mode in modes:
+            out = os.path.join(work, f"{name}-{mode}.gif")
+            subprocess.run([qimg, "encode", *paths, "-o", out, "--palettes", mode,
+                            "--colors", "32"], check=True, stdout=subprocess.DEVNULL)
+            cells.append(f"{size_of(out):>10} {psnr(out, frames):>6.2f} ")
+        print(f"{name:32} " + " ".join(cells))
+
+
 def pillow_speed(still):
     if not os.path.exists(still):
         print(f"\n{still} missing: run `make bench` first")
@@ -154,6 +193,7 @@ def main():
     with tempfile.TemporaryDirectory() as work:
         corpus(qimg, work)
         true_colour(qimg, work)
+        palette_modes(qimg, work)
     pillow_speed(still)
 
 

@@ -1,4 +1,5 @@
 // qimg encode FRAME.png... -o OUT.gif [--delay MS] [--loop N] [--colors N] [--dither]
+//                                     [--palettes shared|local|auto]
 // qimg resave IN.gif -o OUT.gif [--delay MS] [--loop N] [--optimize]
 //
 // Every GIF goes first to a temporary file beside the target, which is renamed into place only
@@ -42,6 +43,7 @@ struct WriteOptions {
     int loop = -2;   // passes as the library counts them; -2: not given
     int colors = 256;
     bool dither = false;
+    int palettes = PM_SHARED;
     bool optimize = false;
 };
 
@@ -71,6 +73,14 @@ int parse(ArgList& args, bool encode, WriteOptions& o) {
                 return report_usage(error);
         } else if (word == "--dither" && encode) {
             o.dither = true;
+        } else if (word == "--palettes" && encode) {
+            if (!args.take_value(word, value, error)) return report_usage(error);
+            const char* modes[] = {"shared", "local", "auto"};
+            const auto* mode = std::find(std::begin(modes), std::end(modes), value);
+            if (mode == std::end(modes)) {
+                return report_usage("--palettes takes shared, local or auto, not '" + value + "'");
+            }
+            o.palettes = static_cast<int>(mode - std::begin(modes));
         } else if (word == "--optimize" && !encode) {
             o.optimize = true;
         } else if (!word.empty() && word[0] == '-') {
@@ -139,6 +149,7 @@ int command_encode(ArgList& args) {
     qGifEncodeOptions options;
     options.colors = o.colors;
     options.dither = o.dither;
+    options.palettes = o.palettes;
     options.loop_count = o.loop == -2 ? -1 : o.loop;
     const std::vector<int> delays(frames.size(), o.delay < 0 ? 10 : o.delay);
 

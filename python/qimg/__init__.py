@@ -12,6 +12,8 @@ indices are (height, width) and palettes (n, 4) RGBA.
         ...
     indices, palette = qimg.quantize(rgba, colors=16, dither=True)
     qimg.draw(canvas, rgba, (10, 20), mode="over", scale=2)
+    qimg.save_gif("out.gif", [rgba0, rgba1], delay_ms=80, colors=64, dither=True)
+    data = qimg.save_gif(None, [indices0, indices1], palette=palette)   # bytes
 
 Errors raise exceptions carrying the library's `status` and `status_text`: MemoryError,
 OSError (files), ValueError (bad arguments), qimg.FormatError (broken GIF data, a
@@ -28,6 +30,7 @@ from ._qimg import (
     draw,
     open,
     quantize,
+    save_gif,
     status_text,
 )
 
@@ -40,6 +43,7 @@ __all__ = [
     "draw",
     "open",
     "quantize",
+    "save_gif",
     "status_text",
 ]
 

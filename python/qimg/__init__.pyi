@@ -67,6 +67,19 @@ def quantize(
     min_alpha: int = 1,
     progress: Progress = None,
 ) -> Tuple[Pixels, Pixels]: ...
+def save_gif(
+    target: Union[str, "os.PathLike[str]", None],
+    frames: Sequence[Pixels],
+    *,
+    palette: Optional[Pixels] = None,
+    delay_ms: Union[int, Sequence[int]] = 100,
+    loop: int = 0,
+    colors: int = 256,
+    dither: bool = False,
+    optimize: bool = True,
+    palettes: str = "shared",
+    progress: Progress = None,
+) -> Optional[bytes]: ...
 def draw(
     target: Pixels,
     source: Pixels,

@@ -10,6 +10,7 @@ namespace qimg_python {
 void add_gif(py::module_& m);
 void add_quantize(py::module_& m);
 void add_draw(py::module_& m);
+void add_encode(py::module_& m);
 }  // namespace qimg_python
 
 PYBIND11_MODULE(_qimg, m) {
@@ -21,4 +22,5 @@ PYBIND11_MODULE(_qimg, m) {
     qimg_python::add_gif(m);
     qimg_python::add_quantize(m);
     qimg_python::add_draw(m);
+    qimg_python::add_encode(m);
 }

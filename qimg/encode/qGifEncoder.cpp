@@ -3,6 +3,7 @@
 // optimiser.
 #include "qimg/encode/qGifEncoder.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -34,6 +35,62 @@ bool any_transparent_pixel(const qIImageBuffer* frame) {
         }
     }
     return false;
+}
+
+// `frame` mapped to `palette` into `out`.
+int map_to(const qIImageBuffer* frame, const qIColormap* palette, qQuantizer mapping,
+           qIndexImage& out) {
+    int rc = out.Create_buffer(frame->size(), PT_INDEX8);
+    if (rc == ST_OK) rc = out.set_colormap(palette, -1);
+    if (rc == ST_OK) rc = out.map_from_image(frame, mapping, false, 1.0f, 0.0f, nullptr);
+    return rc;
+}
+
+// The order in which the shared palette's entries go into the global table: `rank[i]` is entry
+// i's place. The transparent entry comes first, then the colours by how many pixels change to
+// them from one frame to the next: the rectangles of later frames then hold low indices, and
+// the writer starts their data with shorter codes.
+int rank_by_change(const qIImageBuffer* const* frames, int count, const qIColormap* palette,
+                   qQuantizer mapping, unsigned char rank[256]) {
+    int64_t changes[256] = {};
+    qIndexImage indices[2];
+    for (int f = 0; f < count; ++f) {
+        qIndexImage& now = indices[f % 2];
+        const qIndexImage& before = indices[1 - f % 2];
+        if (const int rc = map_to(frames[f], palette, mapping, now); rc != ST_OK) return rc;
+        for (int y = 0; f > 0 && y < now.size().height; ++y) {
+            const unsigned char* a = now.pixel_address(y, 0);
+            const unsigned char* b = before.pixel_address(y, 0);
+            for (int x = 0; x < now.size().width; ++x) changes[a[x]] += a[x] != b[x];
+        }
+    }
+    const int colors = palette->num_colors();
+    const int t = palette->min_t_index();
+    int order[256];
+    for (int i = 0; i < colors; ++i) order[i] = i;
+    std::stable_sort(order, order + colors, [&](int a, int b) {
+        return (a == t) != (b == t) ? a == t : changes[a] > changes[b];
+    });
+    for (int i = 0; i < colors; ++i) rank[order[i]] = static_cast<unsigned char>(i);
+    return ST_OK;
+}
+
+// Sum of squared colour differences between the opaque pixels of `frame` and their entries.
+int64_t squared_error(const qIImageBuffer* frame, const qIndexImage& mapped,
+                      const qIColormap* palette) {
+    const qSize size = frame->size();
+    int64_t sum = 0;
+    for (int y = 0; y < size.height; ++y) {
+        const unsigned char* p = frame->pixel_address(y, 0);
+        const unsigned char* index = mapped.pixel_address(y, 0);
+        for (int x = 0; x < size.width; ++x, p += 4) {
+            if (p[3] == 0) continue;
+            const qPixRA c = palette->get_color(index[x]);
+            const int db = c.blue - p[0], dg = c.green - p[1], dr = c.red - p[2];
+            sum += db * db + dg * dg + dr * dr;
+        }
+    }
+    return sum;
 }
 
 // The distinct colours of composed screens, as palette indices: an open-addressing set of at
@@ -136,13 +193,15 @@ int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count,
     });
     const int colors = palette_set->count();
     if (rc == ST_OK && (!fits || colors + (transparent ? 1 : 0) > 256)) rc = ST_UNSUPPORTED;
-    // The table: the colours in order of appearance, then the transparent entry when it fits.
+    // The table: the transparent entry first when it fits, then the colours in order of
+    // appearance, so frames that use few colours (or only add some) keep their codes short.
     qColormap palette;
-    const int t = colors < 256 ? colors : -1;
-    if (rc == ST_OK) rc = palette.create(colors + (t >= 0 ? 1 : 0));
+    const int t = colors < 256 ? 0 : -1;
+    const int first = t + 1;
+    if (rc == ST_OK) rc = palette.create(colors + first);
     for (int i = 0; rc == ST_OK && i < colors; ++i) {
         const uint32_t c = palette_set->color(i);
-        palette.set_color(i,
+        palette.set_color(first + i,
                           qPixRA{static_cast<unsigned char>(c), static_cast<unsigned char>(c >> 8),
                                  static_cast<unsigned char>(c >> 16), 255});
     }
@@ -164,8 +223,8 @@ int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count,
         rc = for_each_screen(animation, frames, [&](int f, const unsigned char* pixels) {
             for (int64_t i = 0; i < int64_t{s.width} * s.height; ++i) {
                 const uint32_t bgra = load_bgra(pixels + 4 * i);
-                indices[i] =
-                    static_cast<unsigned char>(bgra >> 24 == 0 ? t : palette_set->index_of(bgra));
+                indices[i] = static_cast<unsigned char>(
+                    bgra >> 24 == 0 ? t : first + palette_set->index_of(bgra));
             }
             const qGifControl* control = animation->frame(f)->control();
             const int frame_delay = delay >= 0 ? delay : (control ? control->delay : 0);
@@ -187,7 +246,8 @@ int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count,
 int qGifEncoder::encode_frames(const qIImageBuffer* const* frames, const int* delays, int count,
                                const qGifEncodeOptions& options, qIFileW* sink,
                                qIMonitor* monitor) {
-    if (frames == nullptr || count < 1 || options.colors < 2 || options.colors > 256) {
+    if (frames == nullptr || count < 1 || options.colors < 2 || options.colors > 256 ||
+        options.palettes < PM_SHARED || options.palettes > PM_AUTO) {
         return ST_BAD_ARGUMENT;
     }
     const qSize screen = frames[0] ? frames[0]->size() : qSize();
@@ -202,30 +262,73 @@ int qGifEncoder::encode_frames(const qIImageBuffer* const* frames, const int* de
         transparent = transparent || any_transparent_pixel(frame);
     }
 
-    // One palette for all frames; a transparent entry when a frame needs one, or when the
-    // optimiser can use it to skip unchanged pixels.
-    qColorQuantProxy quant;
-    int rc = quant.create_quantizer();
-    for (int f = 0; rc == ST_OK && f < count; ++f) rc = quant.prescan_quantize(frames[f], 1);
-    if (rc == ST_OK) rc = quant.select_colors(options.colors, transparent || options.optimize);
-    if (rc != ST_OK) return rc;
-    const qIColormap* palette = quant.colormap();
+    // The shared palette; a transparent entry when a frame needs one, or when the optimiser can
+    // use it to skip unchanged pixels.
+    qColorQuantProxy shared_quant;
+    const qIColormap* shared = nullptr;
+    int rc = ST_OK;
+    if (options.palettes != PM_LOCAL) {
+        rc = shared_quant.create_quantizer();
+        for (int f = 0; rc == ST_OK && f < count; ++f) {
+            rc = shared_quant.prescan_quantize(frames[f], 1);
+        }
+        if (rc == ST_OK)
+            rc = shared_quant.select_colors(options.colors, transparent || options.optimize);
+        if (rc != ST_OK) return rc;
+        shared = shared_quant.colormap();
+    }
+    const qQuantizer mapping = options.dither ? QT_DIFFUSION : QT_NEAREST;
+    unsigned char rank[256];
+    qColormap global;  // the global table: the shared palette reordered, or the first frame's own
+    if (shared) {
+        rc = rank_by_change(frames, count, shared, mapping, rank);
+        if (rc == ST_OK) rc = global.create(shared->num_colors());
+        for (int i = 0; rc == ST_OK && i < shared->num_colors(); ++i) {
+            global.set_color(rank[i], shared->get_color(i));
+        }
+        if (rc != ST_OK) return rc;
+    }
 
     qGifOptimizer optimizer;
-    rc = optimizer.begin(sink, screen, palette, palette->min_t_index(), options.loop_count,
-                         options.optimize);
-    qIndexImage screen_indices;
+    qIndexImage shared_indices, own_indices;
     for (int f = 0; rc == ST_OK && f < count; ++f) {
-        rc = screen_indices.Create_buffer(screen, PT_INDEX8);
-        if (rc == ST_OK) rc = screen_indices.set_colormap(palette, -1);
-        if (rc == ST_OK) {
-            rc = screen_indices.map_from_image(
-                frames[f], options.dither ? QT_DIFFUSION : QT_NEAREST, false, 1.0f, 0.0f, nullptr);
+        qColorQuantProxy own_quant;
+        const qIColormap* own = nullptr;
+        if (options.palettes != PM_SHARED) {
+            rc = own_quant.create_quantizer();
+            if (rc == ST_OK) rc = own_quant.prescan_quantize(frames[f], 1);
+            if (rc == ST_OK) {
+                rc = own_quant.select_colors(options.colors,
+                                             options.optimize || any_transparent_pixel(frames[f]));
+            }
+            if (rc == ST_OK) own = own_quant.colormap();
+            if (rc == ST_OK) rc = map_to(frames[f], own, mapping, own_indices);
         }
-        if (rc == ST_OK) {
-            rc = optimizer.add_frame(screen_indices.pixel_address(0, 0),
-                                     row_bytes(screen.width, PT_INDEX8), delays ? delays[f] : 0);
+        if (rc == ST_OK && shared) rc = map_to(frames[f], shared, mapping, shared_indices);
+        if (rc != ST_OK) break;
+        const bool use_own =
+            own && (!shared || 2 * squared_error(frames[f], own_indices, own) <
+                                   squared_error(frames[f], shared_indices, shared));
+        if (shared && !use_own) {
+            for (int y = 0; y < screen.height; ++y) {
+                unsigned char* row = shared_indices.pixel_address(y, 0);
+                for (int x = 0; x < screen.width; ++x) row[x] = rank[row[x]];
+            }
         }
+        if (f == 0) {
+            if (!shared) rc = global.copy_from(own);
+            if (rc == ST_OK) {
+                rc = optimizer.begin(sink, screen, &global, global.min_t_index(),
+                                     options.loop_count, options.optimize);
+            }
+            if (rc != ST_OK) break;
+        }
+        const qIndexImage& indices = use_own ? own_indices : shared_indices;
+        // The first frame's own table is the global one.
+        const bool local = use_own && (shared || f > 0);
+        rc = optimizer.add_frame(indices.pixel_address(0, 0), row_bytes(screen.width, PT_INDEX8),
+                                 delays ? delays[f] : 0, local ? own : nullptr,
+                                 local ? own->min_t_index() : -1);
         if (rc == ST_OK && monitor && !monitor->progress(f + 1, count, 0, 1)) rc = ST_CANCELLED;
     }
     return rc == ST_OK ? optimizer.finish() : rc;

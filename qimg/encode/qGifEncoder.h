@@ -2,8 +2,9 @@
 // animation written again.
 //
 // True-colour frames are reduced to one palette for the whole animation by the median-cut
-// quantizer (every frame votes), mapped to it by nearest colour or with error diffusion, and
-// written through the frame optimiser (qGifOptimizer). Pixels of alpha 0 stay transparent.
+// quantizer (every frame votes), or each to its own (see qGifPaletteMode), mapped by nearest
+// colour or with error diffusion, and written through the frame optimiser (qGifOptimizer).
+// Pixels of alpha 0 stay transparent.
 //
 //   qGifEncodeOptions options;            // 256 colours, optimised, looping without end
 //   options.dither = true;
@@ -22,11 +23,22 @@ class qIFileW;
 class qIImageBuffer;
 class qIMonitor;
 
+// Which colour tables encode_frames() gives true-colour frames.
+enum qGifPaletteMode : int {
+    PM_SHARED = 0,  // one palette for the whole animation (every frame votes)
+    PM_LOCAL = 1,   // every frame reduced on its own, with its own table
+    // Both are made for every frame, and the frame takes its own table when that cuts its
+    // squared colour error against the shared palette by more than half: frames whose colours
+    // the shared palette serves badly get their own, the others stay on the global table.
+    PM_AUTO = 2,
+};
+
 struct QIMG_API qGifEncodeOptions {
-    int colors = 256;      // palette entries 2..256, the transparent entry included
-    bool dither = false;   // error diffusion instead of nearest colour
-    bool optimize = true;  // changed rectangles and transparent unchanged pixels
-    int loop_count = -1;   // passes as qGifAnimation::loop_count(): -1 endless, 1 once
+    int colors = 256;          // palette entries 2..256, the transparent entry included
+    bool dither = false;       // error diffusion instead of nearest colour
+    bool optimize = true;      // changed rectangles and transparent unchanged pixels
+    int loop_count = -1;       // passes as qGifAnimation::loop_count(): -1 endless, 1 once
+    int palettes = PM_SHARED;  // a qGifPaletteMode
 };
 
 // How reencode() writes a GIF animation again.

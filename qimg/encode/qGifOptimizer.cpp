@@ -9,6 +9,7 @@
 // is drawn, and every frame only ever draws opaque pixels or leaves pixels alone.
 #include "qimg/encode/qGifOptimizer.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -23,9 +24,11 @@ qGifOptimizer::~qGifOptimizer() {
 
 void qGifOptimizer::release() {
     q_free(shown_);
+    q_free(pending_keys_);
+    q_free(next_keys_);
     q_free(pending_);
     q_free(unchanged_);
-    shown_ = nullptr;
+    shown_ = pending_keys_ = next_keys_ = nullptr;
     pending_ = nullptr;
     unchanged_ = nullptr;
     open_ = false;
@@ -46,23 +49,23 @@ int qGifOptimizer::begin(qIFileW* sink, qSize screen, const qIColormap* palette,
     }
     if (const int rc = writer_.begin(sink, screen, palette, 0, loop_count); rc != ST_OK) return rc;
     const int64_t pixels = int64_t{screen.width} * screen.height;
-    if (pixels > INT_MAX) return fail(ST_NO_MEMORY);
-    shown_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(pixels)));
+    if (pixels > INT_MAX / 4) return fail(ST_NO_MEMORY);
+    const auto key_bytes = static_cast<size_t>(pixels) * sizeof(uint32_t);
+    shown_ = static_cast<uint32_t*>(q_malloc(key_bytes));
+    pending_keys_ = static_cast<uint32_t*>(q_malloc(key_bytes));
+    next_keys_ = static_cast<uint32_t*>(q_malloc(key_bytes));
     pending_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(pixels)));
     unchanged_ = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(screen.width)));
-    if (shown_ == nullptr || pending_ == nullptr || unchanged_ == nullptr) {
+    if (shown_ == nullptr || pending_keys_ == nullptr || next_keys_ == nullptr ||
+        pending_ == nullptr || unchanged_ == nullptr) {
         return fail(ST_NO_MEMORY);
     }
-    // A viewer starts from a transparent screen. Without a transparent entry no index stands
-    // for it, so then every pixel of the first frame counts as changed (see first_).
-    std::memset(shown_, transparent, static_cast<size_t>(pixels));
-    first_ = true;
+    // A viewer starts from a transparent screen.
+    std::memset(shown_, 0, key_bytes);
     palette_ = palette;
     screen_ = screen;
     transparent_ = transparent;
     optimize_ = optimize;
-    code_size_ = 2;
-    while ((1 << code_size_) < colors) ++code_size_;
     open_ = true;
     return ST_OK;
 }
@@ -73,24 +76,49 @@ int qGifOptimizer::add_comment(const char* text, int length) {
     return rc == ST_OK ? rc : fail(rc);
 }
 
-int qGifOptimizer::add_frame(const unsigned char* indices, int stride, int delay) {
-    if (!open_ || indices == nullptr || stride < screen_.width || delay < 0 || delay > 65535) {
+int qGifOptimizer::add_frame(const unsigned char* indices, int stride, int delay,
+                             const qIColormap* local_palette, int local_transparent) {
+    const qIColormap* table = local_palette ? local_palette : palette_;
+    const int transparent = local_palette ? local_transparent : transparent_;
+    const int colors = table ? table->num_colors() : 0;
+    if (!open_ || indices == nullptr || stride < screen_.width || delay < 0 || delay > 65535 ||
+        colors < 1 || colors > 256 || transparent < -1 || transparent >= colors) {
         return ST_BAD_ARGUMENT;
     }
     // Every index must lie in the table the writer stores (a power of two at least 4 here).
+    int code_size = 2;
+    while ((1 << code_size) < colors) ++code_size;
     unsigned seen = 0;
     for (int y = 0; y < screen_.height; ++y) {
         const unsigned char* row = indices + static_cast<size_t>(y) * stride;
         for (int x = 0; x < screen_.width; ++x) seen |= row[x];
     }
-    if (seen >> code_size_) return ST_BAD_ARGUMENT;
-    if (has_pending_) {
-        if (const int rc = write_pending(indices); rc != ST_OK) return fail(rc);
+    if (seen >> code_size) return ST_BAD_ARGUMENT;
+    // Screens are compared by colour, so frames on different tables compare too.
+    uint32_t keys[256] = {};
+    for (int i = 0; i < colors; ++i) {
+        const qPixRA c = table->get_color(i);
+        keys[i] = i == transparent ? 0 : 0xFF000000u | c.red << 16 | c.green << 8 | c.blue;
     }
+    for (int y = 0; y < screen_.height; ++y) {
+        const unsigned char* row = indices + static_cast<size_t>(y) * stride;
+        uint32_t* key = next_keys_ + static_cast<size_t>(y) * screen_.width;
+        for (int x = 0; x < screen_.width; ++x) key[x] = keys[row[x]];
+    }
+    if (has_pending_) {
+        if (const int rc = write_pending(next_keys_); rc != ST_OK) return fail(rc);
+    }
+    std::swap(pending_keys_, next_keys_);
     for (int y = 0; y < screen_.height; ++y) {
         std::memcpy(pending_ + static_cast<size_t>(y) * screen_.width,
                     indices + static_cast<size_t>(y) * stride, static_cast<size_t>(screen_.width));
     }
+    if (local_palette && pending_local_.copy_from(local_palette) != ST_OK) {
+        return fail(ST_NO_MEMORY);
+    }
+    pending_is_local_ = local_palette != nullptr;
+    pending_transparent_ = transparent;
+    code_size_ = code_size;
     pending_delay_ = delay;
     has_pending_ = true;
     return ST_OK;
@@ -104,20 +132,19 @@ int qGifOptimizer::finish() {
     return rc;
 }
 
-qRect qGifOptimizer::changed_area(const unsigned char* next, bool& restore) const {
+qRect qGifOptimizer::changed_area(const uint32_t* next, bool& restore) const {
     const int width = screen_.width;
-    const auto t = static_cast<unsigned char>(transparent_);
     int left = width, right = -1, top = -1, bottom = -1;
     restore = false;
     for (int y = 0; y < screen_.height; ++y) {
         const size_t at = static_cast<size_t>(y) * width;
-        const unsigned char* now = pending_ + at;
-        const unsigned char* before = shown_ + at;
-        const unsigned char* after = next ? next + at : nullptr;
+        const uint32_t* now = pending_keys_ + at;
+        const uint32_t* before = shown_ + at;
+        const uint32_t* after = next ? next + at : nullptr;
         int first = -1, last = -1;
         for (int x = 0; x < width; ++x) {
-            bool needed = now[x] != before[x] || !optimize_ || (first_ && transparent_ < 0);
-            if (after && transparent_ >= 0 && now[x] != t && after[x] == t) {
+            bool needed = now[x] != before[x] || !optimize_;
+            if (after && now[x] != 0 && after[x] == 0) {  // only a restore clears it
                 needed = true;
                 restore = true;
             }
@@ -138,21 +165,22 @@ qRect qGifOptimizer::changed_area(const unsigned char* next, bool& restore) cons
 }
 
 int64_t qGifOptimizer::cut(qRect area, Fill fill) {
-    const auto t = static_cast<unsigned char>(transparent_);
+    const auto t = static_cast<unsigned char>(pending_transparent_);
     if (fill == Fill::kChosen && trial_.begin(code_size_, false) != ST_OK) return ST_NO_MEMORY;
     int64_t total = 0;
     for (int y = 0; y < area.height; ++y) {
         const size_t at = static_cast<size_t>(area.y + y) * screen_.width + area.x;
         const unsigned char* now = pending_ + at;
-        const unsigned char* before = shown_ + at;
+        const uint32_t* now_key = pending_keys_ + at;
+        const uint32_t* before = shown_ + at;
         unsigned char* out = crop_.pixel_address(y, 0);
         if (fill == Fill::kTransparent) {
-            for (int x = 0; x < area.width; ++x) out[x] = now[x] == before[x] ? t : now[x];
+            for (int x = 0; x < area.width; ++x) out[x] = now_key[x] == before[x] ? t : now[x];
             continue;
         }
         std::memcpy(out, now, static_cast<size_t>(area.width));
         if (fill == Fill::kAsTheyAre) continue;
-        for (int x = 0; x < area.width; ++x) unchanged_[x] = now[x] == before[x];
+        for (int x = 0; x < area.width; ++x) unchanged_[x] = now_key[x] == before[x];
         if (trial_.encode_choosing(out, unchanged_, area.width, t) != ST_OK) return ST_NO_MEMORY;
         total += trial_.size();
         trial_.consume(trial_.size());
@@ -175,15 +203,16 @@ int64_t qGifOptimizer::encoded_size(bool deferred_clear) {
     return total + trial_.size();
 }
 
-int qGifOptimizer::write_pending(const unsigned char* next) {
+int qGifOptimizer::write_pending(const uint32_t* next) {
     bool restore = false;
     const qRect area = changed_area(next, restore);
+    const qIColormap* table = pending_is_local_ ? &pending_local_ : palette_;
     int rc = crop_.Create_buffer(area.size(), PT_INDEX8);
-    if (rc == ST_OK) rc = crop_.set_colormap(palette_, -1);
+    if (rc == ST_OK) rc = crop_.set_colormap(table, -1);
     if (rc != ST_OK) return rc;
     // Unchanged pixels may become transparent; keep whichever variant encodes shortest. The
     // chosen variant is cut last, so crop_ holds it already when it wins.
-    if (optimize_ && transparent_ >= 0) {
+    if (optimize_ && pending_transparent_ >= 0) {
         cut(area, Fill::kAsTheyAre);
         const int64_t plain = encoded_size(false);
         cut(area, Fill::kTransparent);
@@ -204,17 +233,18 @@ int qGifOptimizer::write_pending(const unsigned char* next) {
     qGifControl control;
     control.delay = pending_delay_;
     control.disposal = restore ? 2 : 1;
-    control.transparent = transparent_;
-    rc = writer_.add_image(&crop_, area.pos(), nullptr, &control, false, nullptr);
+    control.transparent = pending_transparent_;
+    rc = writer_.add_image(&crop_, area.pos(), pending_is_local_ ? table : nullptr, &control, false,
+                           nullptr);
     if (rc != ST_OK) return rc;
 
-    first_ = false;
     // What the screen shows before the next frame.
-    std::memcpy(shown_, pending_, static_cast<size_t>(screen_.width) * screen_.height);
+    std::memcpy(shown_, pending_keys_,
+                static_cast<size_t>(screen_.width) * screen_.height * sizeof(uint32_t));
     if (restore) {
         for (int y = area.y; y < area.y + area.height; ++y) {
-            std::memset(shown_ + static_cast<size_t>(y) * screen_.width + area.x, transparent_,
-                        static_cast<size_t>(area.width));
+            uint32_t* row = shown_ + static_cast<size_t>(y) * screen_.width + area.x;
+            std::fill(row, row + area.width, 0u);
         }
     }
     return ST_OK;

@@ -17,11 +17,14 @@
 //   optimizer.finish();
 #pragma once
 
+#include <cstdint>
+
 #include "qimg/core/qExport.h"
 #include "qimg/core/qGeometry.h"
 #include "qimg/encode/qGifWriter.h"
 #include "qimg/encode/qLzwEncoder.h"
 #include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 
 class qIColormap;
 class qIFileW;
@@ -44,20 +47,24 @@ public:
     // A comment before the first frame. Codes of qGifWriter::add_comment.
     int add_comment(const char* text, int length);
     // The next screen: screen.height rows of screen.width indices, `stride` bytes apart, shown
-    // for `delay` hundredths of a second. The frame is written once the next one (or finish())
-    // shows which disposal it needs. 0; -5 bad arguments or an index outside the palette's
+    // for `delay` hundredths of a second. The indices are into the global palette, or into
+    // `local_palette` (copied; 1..256 entries, written as the frame's local table) whose entry
+    // `local_transparent` (-1: none) shows nothing. Screens are compared by colour, so frames
+    // on different tables still store only what changed. The frame is written once the next one
+    // (or finish()) shows which disposal it needs. 0; -5 bad arguments or an index outside the
     // table; -1; sink codes. After a failure only begin() helps.
-    int add_frame(const unsigned char* indices, int stride, int delay);
+    int add_frame(const unsigned char* indices, int stride, int delay,
+                  const qIColormap* local_palette = nullptr, int local_transparent = -1);
     // Writes the last frame and the trailer. 0; -5 without any frame; -1; sink codes.
     int finish();
 
 private:
     int fail(int code);
-    // Writes the pending frame; `next` is the screen after it, null for the last one.
-    int write_pending(const unsigned char* next);
+    // Writes the pending frame; `next` is the screen after it (colour keys), null for the last.
+    int write_pending(const uint32_t* next);
     // The rectangle of the pending frame: pixels that differ from what is shown, and those that
     // the next screen turns transparent (which need a restore). Sets `restore`.
-    qRect changed_area(const unsigned char* next, bool& restore) const;
+    qRect changed_area(const uint32_t* next, bool& restore) const;
     enum class Fill { kAsTheyAre, kTransparent, kChosen };
     // The pending frame's pixels in `area` into crop_, unchanged pixels as `fill` says; with
     // kChosen the LZW size of the result (ST_NO_MEMORY when out of memory), else 0.
@@ -72,13 +79,20 @@ private:
     const qIColormap* palette_ = nullptr;
     qSize screen_;
     int transparent_ = -1;
-    int code_size_ = 2;
     bool optimize_ = true;
     bool open_ = false;
     bool has_pending_ = false;
-    bool first_ = true;  // the pending frame is the first one
+    // The pending frame: its table (the global one or pending_local_), transparent entry, code
+    // size and delay.
+    qColormap pending_local_;
+    bool pending_is_local_ = false;
+    int pending_transparent_ = -1;
+    int code_size_ = 2;
     int pending_delay_ = 0;
-    unsigned char* shown_ = nullptr;      // what the screen shows before the pending frame
-    unsigned char* pending_ = nullptr;    // the pending frame's screen
+    // Screens as colour keys: 0xFFRRGGBB for a colour, 0 for "shows nothing".
+    uint32_t* shown_ = nullptr;           // what the screen shows before the pending frame
+    uint32_t* pending_keys_ = nullptr;    // the pending frame's screen
+    uint32_t* next_keys_ = nullptr;       // the screen being added
+    unsigned char* pending_ = nullptr;    // the pending frame's indices
     unsigned char* unchanged_ = nullptr;  // one row: which pixels are already shown
 };

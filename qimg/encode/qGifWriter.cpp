@@ -3,6 +3,9 @@
 // the LZW encoder's output block.
 #include "qimg/encode/qGifWriter.h"
 
+#include <algorithm>
+#include <bit>
+
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -177,14 +180,16 @@ int qGifWriter::write_image(const qIImageBuffer* image, qPoint offset,
     // An index the table does not reach is refused before anything is written, so bad input
     // never leaves half an image in the stream. OR-ing the row is enough: the table size is a
     // power of two.
+    unsigned seen = 0;
     for (int y = 0; y < size.height; ++y) {
         const unsigned char* row = image->pixel_address(y, 0);
-        unsigned seen = 0;
         for (int x = 0; x < size.width; ++x) seen |= row[x];
-        if (seen >> bits) return ST_BAD_ARGUMENT;
     }
-    // A 2-colour image still needs code size 2: code size 1 is not part of the format.
-    const int code_size = bits < 2 ? 2 : bits;
+    if (seen >> bits) return ST_BAD_ARGUMENT;
+    // The code size only has to reach the highest index used, not the whole table: an image
+    // that uses the first 16 entries of 256 starts with 5-bit codes instead of 9-bit ones. A
+    // 2-colour image still needs code size 2: code size 1 is not part of the format.
+    const int code_size = std::max(2, static_cast<int>(std::bit_width(seen)));
     if (const int rc = lzw_.begin(code_size, deferred_clear_); rc != ST_OK) return rc;
 
     int rc = ST_OK;

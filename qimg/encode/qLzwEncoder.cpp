@@ -41,8 +41,15 @@ qLzwEncoder::~qLzwEncoder() {
 }
 
 bool qLzwEncoder::reserve(int64_t extra) {
-    const int64_t needed = out_size_ + extra;
+    int64_t needed = out_size_ + extra;
     if (needed <= out_capacity_) return true;
+    if (out_start_ > 0) {  // the consumed bytes make room first
+        std::memmove(out_, out_ + out_start_, static_cast<size_t>(out_size_ - out_start_));
+        out_size_ -= out_start_;
+        needed -= out_start_;
+        out_start_ = 0;
+        if (needed <= out_capacity_) return true;
+    }
     if (needed > (int64_t{1} << 30)) return false;
     const int capacity =
         static_cast<int>(needed < 2 * int64_t{out_capacity_} ? 2 * out_capacity_ : needed);
@@ -55,12 +62,34 @@ bool qLzwEncoder::reserve(int64_t extra) {
 
 void qLzwEncoder::consume(int n) {
     if (n <= 0) return;
-    if (n >= out_size_) {
-        out_size_ = 0;
+    if (n >= size()) {
+        out_start_ = out_size_ = 0;
         return;
     }
-    std::memmove(out_, out_ + n, static_cast<size_t>(out_size_ - n));
-    out_size_ -= n;
+    out_start_ += n;  // moved out in reserve(), when the room is needed
+}
+
+void qLzwEncoder::set_grow_at() {
+    const uint32_t slots = slot_mask_ + 1;
+    grow_at_ = slots < kHashSlots ? first_code_ + slots / 8 : kMaxCodes;
+}
+
+void qLzwEncoder::grow_table() {
+    const uint32_t slots = 2 * (slot_mask_ + 1);
+    // The entries move to their slots in the doubled hash, codes in order.
+    uint32_t entries[kMaxCodes];
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        entries[code] = table_[slot_of_code_[code]];
+    }
+    std::memset(table_, 0, sizeof(uint32_t) * slots);
+    slot_mask_ = slots - 1;
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        uint32_t slot;
+        find(entries[code] & kKeyMask, slot);
+        table_[slot] = entries[code];
+        slot_of_code_[code] = static_cast<uint16_t>(slot);
+    }
+    set_grow_at();
 }
 
 void qLzwEncoder::reset_table() {
@@ -68,7 +97,9 @@ void qLzwEncoder::reset_table() {
         table_[slot_of_code_[code]] = kEmpty;
     }
     next_code_ = first_code_ = clear_code_ + 2;
+    set_grow_at();
     width_ = min_code_size_ + 1;
+    std::memset(run_known_, 0, sizeof run_known_);
     window_indices_ = 0;
     window_codes_ = 0;
     best_window_indices_ = 0;
@@ -92,17 +123,22 @@ inline void qLzwEncoder::put_code(uint32_t code) {
 
 int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
     started_ = false;
-    out_size_ = 0;
+    out_start_ = out_size_ = 0;
     if (min_code_size < kMinCodeSize || min_code_size > kMaxCodeSize) return ST_BAD_ARGUMENT;
     if (!reserve(kRunBytes)) return ST_NO_MEMORY;
     if (table_ == nullptr) {
         constexpr size_t kTableBytes = sizeof(uint32_t) * kHashSlots;
-        void* block = q_malloc(kTableBytes + sizeof(uint16_t) * kMaxCodes);
+        constexpr size_t kSlotBytes = sizeof(uint16_t) * kMaxCodes;
+        void* block = q_malloc(kTableBytes + 2 * kSlotBytes + sizeof(uint16_t) * 256 * kRunChain);
         if (block == nullptr) return ST_NO_MEMORY;
         table_ = static_cast<uint32_t*>(block);
         slot_of_code_ =
             reinterpret_cast<uint16_t*>(static_cast<unsigned char*>(block) + kTableBytes);
-        std::memset(table_, 0xFF, kTableBytes);
+        run_codes_ = slot_of_code_ + kMaxCodes;
+        run_length_ = run_codes_ + 256 * kRunChain;
+        std::memset(run_length_, 0, sizeof(uint16_t) * kMaxCodes);
+        std::memset(table_, 0, sizeof(uint32_t) * kFirstSlots);
+        slot_mask_ = kFirstSlots - 1;
         first_code_ = next_code_ = 0;
     }
     min_code_size_ = min_code_size;
@@ -127,73 +163,139 @@ bool qLzwEncoder::window_says_clear() {
     return covered * 4 < best_window_indices_ * 3;
 }
 
+inline bool qLzwEncoder::find(uint32_t key, uint32_t& slot) const {
+    slot = slot_of(key >> 8, key & 0xFF);
+    uint32_t entry;
+    while (((entry = table_[slot]) & kKeyMask) != key && entry != kEmpty) {
+        slot = (slot + 1) & slot_mask_;
+    }
+    return entry != kEmpty;
+}
+
 void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
-    // Members are loaded into locals for the loop: the output is written through a byte
-    // pointer, which the compiler must otherwise assume changes every member.
+    int i = 0;
+    if (prefix_ == kNoPrefix) prefix_ = last_index_ = indices[i++];
+    while (i < count) {
+        if (next_code_ == static_cast<uint32_t>(kMaxCodes)) {
+            step(indices[i++]);  // a full table: rare, taken one index at a time
+        } else if (next_code_ == grow_at_) {
+            grow_table();
+            continue;
+        } else if (count - i >= 8 && repeats(indices + i, last_index_)) {
+            int end = i + 8;
+            while (count - end >= 8 && repeats(indices + end, indices[i])) end += 8;
+            while (end < count && indices[end] == indices[i]) ++end;
+            encode_repeats(indices[i], end - i);
+            i = end;
+        } else {
+            i += encode_distinct(indices + i, count - i);
+        }
+        last_index_ = indices[i - 1];
+    }
+}
+
+int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
+    // Branch-free: whether the string goes on is close to random on busy pictures, so both
+    // outcomes are computed and selected instead of guessed. Members go to locals: the output
+    // is written through a byte pointer, which the compiler must otherwise assume changes them.
     uint32_t prefix = prefix_;
     uint32_t next_code = next_code_;
-    int width = width_;
+    uint32_t width = static_cast<uint32_t>(width_);
     uint64_t bits = bits_;
-    int bit_count = bit_count_;
+    uint32_t bit_count = static_cast<uint32_t>(bit_count_);
     unsigned char* out = out_ + out_size_;
     uint32_t* const table = table_;
     uint16_t* const slot_of_code = slot_of_code_;
-    // Branch-free bit writer: after each code the whole bytes are stored as one 8-byte write
-    // (the run's reserved room has the slack) and the pointer moves by their number.
-    auto put = [&](uint32_t code) {
-        bits |= uint64_t{code} << bit_count;
-        bit_count += width;
-        const uint64_t le = bits;
-        std::memcpy(out, &le, 8);
-        const int whole = bit_count >> 3;  // at most 5: fewer than 32 bits wait on entry
-        out += whole;
-        bits >>= 8 * whole;
-        bit_count &= 7;
-    };
-
+    const uint32_t mask = slot_mask_;
+    const uint32_t limit = grow_at_;
     int i = 0;
-    int mark = 0;  // indices before this one are counted in the deferred-clear window
-    if (prefix == kNoPrefix) prefix = indices[i++];
-    for (; i < count; ++i) {
+    for (; i < count && next_code < limit; ++i) {
         const uint32_t index = indices[i];
         const uint32_t key = prefix << 8 | index;
-        uint32_t slot = slot_of(prefix, index);
+        uint32_t slot = (prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits)) & mask;
         uint32_t entry;
         while (((entry = table[slot]) & kKeyMask) != key && entry != kEmpty) {
-            slot = (slot + 1) & (kHashSlots - 1);
+            slot = (slot + 1) & mask;
         }
         if (entry != kEmpty) {  // the string goes on
             prefix = entry >> 20;
             continue;
         }
-        put(prefix);
+        bits |= uint64_t{prefix} << bit_count;
+        bit_count += width;
+        std::memcpy(out, &bits, 8);
+        const uint32_t whole = bit_count >> 3;  // at most 2: fewer than 8 bits wait on entry
+        out += whole;
+        bits >>= 8 * whole;
+        bit_count &= 7;
         prefix = index;
-        if (next_code < static_cast<uint32_t>(kMaxCodes)) {
-            if (next_code == (1u << width)) ++width;
-            table[slot] = next_code << 20 | key;
-            slot_of_code[next_code++] = static_cast<uint16_t>(slot);
-            mark = i;
-            continue;
+        if (next_code == (1u << width)) ++width;
+        table[slot] = next_code << 20 | key;
+        slot_of_code[next_code++] = static_cast<uint16_t>(slot);
+        // A run of this index starts: encode_repeats() takes it.
+        if (count - i > 8 && repeats(indices + i + 1, index)) {
+            ++i;
+            break;
         }
-        // The table is full.
-        if (deferred_clear_) {
-            window_indices_ += i - mark;
-            mark = i;
-            if (!window_says_clear()) continue;
-        }
-        put(clear_code_);
-        next_code_ = next_code;  // reset_table() empties the slots of the codes up to here
-        reset_table();
-        next_code = next_code_;
-        width = width_;
     }
-    if (next_code == static_cast<uint32_t>(kMaxCodes)) window_indices_ += count - mark;
     prefix_ = prefix;
     next_code_ = next_code;
-    width_ = width;
+    width_ = static_cast<int>(width);
     bits_ = bits;
-    bit_count_ = bit_count;
+    bit_count_ = static_cast<int>(bit_count);
     out_size_ = static_cast<int>(out - out_);
+    return i;
+}
+
+void qLzwEncoder::step(uint32_t index) {
+    if (next_code_ == static_cast<uint32_t>(kMaxCodes)) ++window_indices_;
+    const uint32_t key = prefix_ << 8 | index;
+    uint32_t slot;
+    if (find(key, slot)) {
+        prefix_ = table_[slot] >> 20;
+        return;
+    }
+    put_code(prefix_);
+    add_entry(key, slot);
+    prefix_ = index;
+}
+
+void qLzwEncoder::encode_repeats(uint32_t index, int count) {
+    // Strings of one index grow by one each time they end inside a run: c, cc, ccc, ... all
+    // in the table up to some length. run_codes_ keeps their codes by length, so a run costs
+    // one step per code written instead of one look-up per index; the codes are the same.
+    uint16_t* const chain = run_codes_ + index * kRunChain;
+    while (count > 0) {
+        // The string so far: `index` k times, or something else (k = 0).
+        int known = run_known_[index];
+        if (known == 0) {
+            chain[known++] = static_cast<uint16_t>(index);
+            run_length_[index] = 1;
+        }
+        const int k = run_length_[prefix_];
+        if (k == 0 || k > known || chain[k - 1] != prefix_) {  // index by index
+            step(index);
+            --count;
+            continue;
+        }
+        // Lengths the table gained outside this function are found on the way.
+        uint32_t slot;
+        while (known < kRunChain && find(uint32_t{chain[known - 1]} << 8 | index, slot)) {
+            const uint32_t code = table_[slot] >> 20;
+            chain[known++] = static_cast<uint16_t>(code);
+            run_length_[code] = static_cast<uint16_t>(known);
+        }
+        run_known_[index] = static_cast<uint16_t>(known);
+        const int taken = count < known - k ? count : known - k;
+        if (next_code_ == static_cast<uint32_t>(kMaxCodes)) window_indices_ += taken;
+        prefix_ = chain[k - 1 + taken];
+        count -= taken;
+        if (count == 0) break;
+        // The next index ends the longest string known here (or, past kRunChain, goes on to a
+        // longer one): step() takes it.
+        step(index);
+        --count;
+    }
 }
 
 bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {
@@ -204,20 +306,12 @@ bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {
     return seen < clear_code_;
 }
 
-bool qLzwEncoder::find(uint32_t key, uint32_t& slot) const {
-    slot = slot_of(key >> 8, key & 0xFF);
-    uint32_t entry;
-    while (((entry = table_[slot]) & kKeyMask) != key && entry != kEmpty) {
-        slot = (slot + 1) & (kHashSlots - 1);
-    }
-    return entry != kEmpty;
-}
-
 void qLzwEncoder::add_entry(uint32_t key, uint32_t slot) {
     if (next_code_ < static_cast<uint32_t>(kMaxCodes)) {
         if (next_code_ == (1u << width_)) ++width_;
         table_[slot] = next_code_ << 20 | key;
         slot_of_code_[next_code_++] = static_cast<uint16_t>(slot);
+        if (next_code_ == grow_at_ && grow_at_ < static_cast<uint32_t>(kMaxCodes)) grow_table();
         return;
     }
     if (deferred_clear_ && !window_says_clear()) return;

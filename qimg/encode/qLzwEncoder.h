@@ -16,6 +16,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "qimg/core/qExport.h"
 
@@ -55,27 +56,50 @@ public:
     int finish();
 
     // Code bytes written and not yet consumed; data() is null before begin().
-    const unsigned char* data() const { return out_; }
-    int size() const { return out_size_; }
+    const unsigned char* data() const { return out_ ? out_ + out_start_ : nullptr; }
+    int size() const { return out_size_ - out_start_; }
     // Drops the first `n` bytes of data() (clamped to size()).
     void consume(int n);
 
 private:
-    static constexpr int kHashBits = 15;  // eight times the table: probes rarely go on
+    // The hash has eight slots per entry, so probes rarely go on. It starts small (a picture of
+    // long runs makes few strings, and a small table is quick to set up) and doubles as the
+    // strings come, up to eight times the full table.
+    static constexpr int kHashBits = 15;
     static constexpr int kHashSlots = 1 << kHashBits;
+    static constexpr uint32_t kFirstSlots = 1024;
     static constexpr uint32_t kNoPrefix = 0xFFFFFFFFu;
 
-    // The hot loop over one run of indices whose output room is already reserved.
+    // Longest strings of one index whose codes run_codes_ keeps (256 of them per index).
+    static constexpr int kRunChain = 256;
+
+    // One piece of indices whose output room is already reserved: runs of one index go to
+    // encode_repeats(), the rest to encode_distinct().
     void encode_run(const unsigned char* indices, int count);
+    // Encodes up to `count` indices (fewer once the table is full); returns how many.
+    int encode_distinct(const unsigned char* indices, int count);
+    // `count` more indices equal to `index`.
+    void encode_repeats(uint32_t index, int count);
+    // Whether the 8 indices at `at` all equal `index`.
+    static bool repeats(const unsigned char* at, uint32_t index) {
+        uint64_t block;
+        std::memcpy(&block, at, 8);
+        return block == index * uint64_t{0x0101010101010101};
+    }
+    // One index the plain way (any table state).
+    void step(uint32_t index);
     void put_code(uint32_t code);
     // Looks up the string `key`; true when present. `slot` is then its slot, else the empty
     // slot where it would go.
     bool find(uint32_t key, uint32_t& slot) const;
     // The prefix code XOR a scrambled index (Fibonacci hashing of the index alone). The index is
     // known early, so the only step that waits for the previous look-up is the XOR.
-    static uint32_t slot_of(uint32_t prefix, uint32_t index) {
-        return prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits);
+    uint32_t slot_of(uint32_t prefix, uint32_t index) const {
+        return (prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits)) & slot_mask_;
     }
+    // Doubles the hash once its entries reach an eighth of it.
+    void grow_table();
+    void set_grow_at();
     // After a code was written for a string that `index` does not continue: the table entry
     // (prefix + index) goes into `slot`, or the full table is cleared or kept.
     void add_entry(uint32_t key, uint32_t slot);
@@ -87,14 +111,23 @@ private:
     bool reserve(int64_t extra);
 
     // One word per slot: the string's code in the top 12 bits, its key (prefix << 8 | index) in
-    // the low 20. kEmpty has key 0xFFFFF, which no string has: code 4095 never gets a child.
-    static constexpr uint32_t kEmpty = 0xFFFFFFFFu;
+    // the low 20. kEmpty has no code: codes with entries start at 6.
+    static constexpr uint32_t kEmpty = 0;
     static constexpr uint32_t kKeyMask = 0xFFFFFu;
     // Both from one heap block made by the first begin() (136 kB: too big for the stack).
     uint32_t* table_ = nullptr;
+    uint32_t slot_mask_ = 0;  // slots in use - 1
+    uint32_t grow_at_ = 0;    // the next code at which the hash grows
     // The slot of each code's entry, so a reset empties only the slots in use.
     uint16_t* slot_of_code_ = nullptr;
     uint32_t first_code_ = 0;  // the first code with an entry in the table
+    // run_codes_[c * kRunChain + k]: the code of k + 1 times index c, for k < run_known_[c]
+    // (the block's third part; zero lengths known after each reset).
+    uint16_t* run_codes_ = nullptr;
+    uint16_t run_known_[256] = {};
+    // run_length_[code]: k when the code's string might be k times one index (checked against
+    // run_codes_); the block's last part.
+    uint16_t* run_length_ = nullptr;
 
     int min_code_size_ = 0;
     uint32_t clear_code_ = 0;
@@ -114,6 +147,7 @@ private:
     uint64_t bits_ = 0;  // pending bits, least significant first
     int bit_count_ = 0;
     unsigned char* out_ = nullptr;
-    int out_size_ = 0;
+    int out_start_ = 0;  // bytes before it are consumed
+    int out_size_ = 0;   // bytes written, consumed ones included
     int out_capacity_ = 0;
 };

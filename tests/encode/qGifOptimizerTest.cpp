@@ -32,6 +32,20 @@ std::vector<int> delays_of(const qGifAnimation& animation) {
     return out;
 }
 
+// `frames` written plain and optimised with `options`, both read back: they show the same.
+void write_plain_and_optimized(const qIImageBuffer* const* frames, const int* delays, int count,
+                               qGifEncodeOptions options, Written& plain, Written& optimized) {
+    options.optimize = false;
+    ASSERT_EQ(qGifEncoder::encode_frames(frames, delays, count, options, &plain.sink, nullptr), 0);
+    options.optimize = true;
+    ASSERT_EQ(qGifEncoder::encode_frames(frames, delays, count, options, &optimized.sink, nullptr),
+              0);
+    ASSERT_EQ(plain.read(), 0);
+    ASSERT_EQ(optimized.read(), 0);
+    EXPECT_EQ(gif_test::composed_frames(optimized.animation),
+              gif_test::composed_frames(plain.animation));
+}
+
 // Every animated file of the corpus re-cut: the same screens, delays and loop count; and the
 // smaller choice is never larger than the frames written as read.
 TEST(qGifOptimizerTest, CorpusAnimationsShowTheSameScreens) {
@@ -90,23 +104,11 @@ TEST(qGifOptimizerTest, TrueColourFramesOptimisedShowWhatThePlainFileShows) {
         options.colors = 64;
         options.dither = dither;
         Written plain, optimized;
-        options.optimize = false;
-        ASSERT_EQ(
-            qGifEncoder::encode_frames(frames, delays, kFrames, options, &plain.sink, nullptr), 0);
-        options.optimize = true;
+        write_plain_and_optimized(frames, delays, kFrames, options, plain, optimized);
         qtest::StopAtRow stop(3);
-        EXPECT_EQ(
-            qGifEncoder::encode_frames(frames, delays, kFrames, options, &optimized.sink, &stop),
-            1);
-        optimized.sink.clear();
-        ASSERT_EQ(
-            qGifEncoder::encode_frames(frames, delays, kFrames, options, &optimized.sink, nullptr),
-            0);
-        ASSERT_EQ(plain.read(), 0);
-        ASSERT_EQ(optimized.read(), 0);
+        qMemoryW stopped;
+        EXPECT_EQ(qGifEncoder::encode_frames(frames, delays, kFrames, options, &stopped, &stop), 1);
         ASSERT_EQ(optimized.animation.num_frames(), kFrames);
-        EXPECT_EQ(gif_test::composed_frames(optimized.animation),
-                  gif_test::composed_frames(plain.animation));
         EXPECT_EQ(delays_of(optimized.animation), delays_of(plain.animation));
         EXPECT_EQ(optimized.animation.loop_count(), -1);
         EXPECT_LT(optimized.sink.size(), plain.sink.size() * 3 / 4);
@@ -118,6 +120,43 @@ TEST(qGifOptimizerTest, TrueColourFramesOptimisedShowWhatThePlainFileShows) {
             EXPECT_EQ(optimized.animation.frame(3)->frame_rect(), qRect(8, 10, 14, 10));
         }
     }
+}
+
+// Two frames whose colours have nothing in common, on 16 colours: their own tables serve them
+// better than one shared palette, and auto mode finds that out; in every mode the optimised
+// file shows what the plain one shows (a transparent pixel gives both the same palettes).
+TEST(qGifOptimizerTest, OwnTablesServeFramesOfDifferentColoursBetter) {
+    qDirectImage pictures[2];
+    const qIImageBuffer* frames[] = {&pictures[0], &pictures[1]};
+    Bytes source;
+    for (int f = 0; f < 2; ++f) {
+        ASSERT_EQ(pictures[f].Create_buffer(qSize(32, 8), PT_BGRA32, nullptr), 0);
+        for (int y = 0; y < 8; ++y) {
+            for (int x = 0; x < 32; ++x) {
+                const qPixRA c = x + y == 0 ? qtest::rgba(0, 0, 0, 0)
+                                 : f == 0   ? qtest::rgba(8 * x, 0, 0)
+                                            : qtest::rgba(0, 0, 8 * x);
+                std::memcpy(pictures[f].pixel_address(y, x), &c, 4);
+                source.insert(source.end(), {c.blue, c.green, c.red, c.alpha});
+            }
+        }
+    }
+    int64_t error[3] = {};
+    for (int mode : {PM_SHARED, PM_LOCAL, PM_AUTO}) {
+        SCOPED_TRACE(mode);
+        qGifEncodeOptions options;
+        options.colors = 16;
+        options.palettes = mode;
+        Written plain, optimized;
+        write_plain_and_optimized(frames, nullptr, 2, options, plain, optimized);
+        const Bytes shown = gif_test::composed_frames(optimized.animation);
+        EXPECT_EQ(optimized.animation.frame(1)->local_colormap() != nullptr, mode != PM_SHARED);
+        for (size_t i = 0; i < shown.size(); ++i) {
+            error[mode] += (shown[i] - source[i]) * (shown[i] - source[i]);
+        }
+    }
+    EXPECT_LT(error[PM_LOCAL] * 2, error[PM_SHARED]);
+    EXPECT_EQ(error[PM_AUTO], error[PM_LOCAL]);
 }
 
 TEST(qGifOptimizerTest, RefusesBadFrames) {
@@ -132,6 +171,9 @@ TEST(qGifOptimizerTest, RefusesBadFrames) {
     frames[1] = &a;
     EXPECT_EQ(qGifEncoder::encode_frames(frames, delays, 2, options, &sink, nullptr), -5);
     options.colors = 1;
+    EXPECT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &sink, nullptr), -5);
+    options.colors = 256;
+    options.palettes = 3;
     EXPECT_EQ(qGifEncoder::encode_frames(frames, nullptr, 2, options, &sink, nullptr), -5);
     EXPECT_EQ(qGifEncoder::reencode(nullptr, RS_RECUT, -1, 0, &sink, nullptr), -5);
 }

@@ -64,8 +64,9 @@ TEST(qGifWriterTest, EveryPaletteSizeAndShapeReadsBack) {
         qMemoryW sink;
         qGifWriter writer;
         writer.set_deferred_clear(n % 5 == 1);
-        ASSERT_EQ(writer.begin(&sink, qSize(400, 400), local ? nullptr : &picture.palette, 0, 1),
-                  0);
+        const int loops = n == 1 ? 1 : 250 * n;  // high bytes from n = 2 on
+        ASSERT_EQ(
+            writer.begin(&sink, qSize(400, 400), local ? nullptr : &picture.palette, 0, loops), 0);
         ASSERT_EQ(
             writer.add_image(&picture.image, qPoint(n, 2 * n), local ? &picture.palette : nullptr,
                              &control, interlaced, nullptr),
@@ -76,6 +77,7 @@ TEST(qGifWriterTest, EveryPaletteSizeAndShapeReadsBack) {
         qMemoryR source(sink.data(), static_cast<size_t>(sink.size()));
         ASSERT_EQ(animation.read(&source, nullptr), 0);
         ASSERT_EQ(animation.num_frames(), 1);
+        EXPECT_EQ(animation.loop_count(), loops);
         const qGifFrame* frame = animation.frame(0);
         EXPECT_EQ(frame->frame_rect(), qRect(qPoint(n, 2 * n), size));
         EXPECT_EQ(frame->interlaced(), interlaced);

@@ -45,6 +45,7 @@ Bytes stream(const char* kind, int m, size_t n, std::mt19937& rng) {
         const int v = k == "runs"    ? static_cast<int>(i / 977) % alphabet
                       : k == "noise" ? symbol(rng)
                       : k == "cycle" ? static_cast<int>(i % 5) % alphabet
+                      : k == "flat"  ? 1
                                      : static_cast<int>(i) % alphabet;
         out[i] = static_cast<unsigned char>(v);
     }
@@ -54,7 +55,7 @@ Bytes stream(const char* kind, int m, size_t n, std::mt19937& rng) {
 TEST(qLzwEncoderTest, MatchesThePlainEncoderAndDecodesBack) {
     std::mt19937 rng(11);
     for (int m = 2; m <= 8; ++m) {
-        for (const char* kind : {"runs", "noise", "cycle", "ramp"}) {
+        for (const char* kind : {"runs", "noise", "cycle", "ramp", "flat"}) {
             for (size_t n : {size_t{1}, size_t{2}, size_t{5000}, size_t{70000}}) {
                 SCOPED_TRACE(testing::Message() << "m " << m << " " << kind << " n " << n);
                 const Bytes input = stream(kind, m, n, rng);
