@@ -40,9 +40,12 @@ Commands:
         The palette has a transparent entry only for a picture with transparent pixels, or
         with --transparent-entry; --opaque drops alpha.
   encode FRAME.png... -o OUT.gif [--delay MS] [--loop N] [--colors N] [--dither]
+         [--palettes shared|local|auto]
         Makes an animated GIF of the pictures (all of one size), one palette of N
         colours (default 256) for all, each frame cut to what changed. --delay per
-        frame (default 100 ms); --loop plays N times (0, the default: without end).
+        frame (default 100 ms); --loop plays N times (0, the default: without end);
+        --palettes local gives every frame its own colour table, auto only the frames
+        that one shared palette serves badly.
   resave IN.gif -o OUT.gif [--delay MS] [--loop N] [--optimize]
         Writes a GIF again, frame by frame as read; --delay and --loop replace the
         file's; --optimize re-cuts the frames from what they show, when that is smaller.
