@@ -21,9 +21,12 @@ private:
     size_t next_ = 0;
 };
 
-// Whole-string conversions; false (with a message) on anything that is not entirely a number in
-// the range.
-bool parse_int(const std::string& text, int min, int max, int& value, std::string& error);
-bool parse_float(const std::string& text, float min, float max, float& value, std::string& error);
+// Whole-string conversions of the value of `option`; false (with a message that names the
+// option) on anything that is not entirely a number in the range.
+bool parse_int(const std::string& option, const std::string& text, int min, int max, int& value,
+               std::string& error);
+bool parse_float(const std::string& option, const std::string& text, float min, float max,
+                 float& value, std::string& error);
 // "SX" or "SX,SY".
-bool parse_scale_pair(const std::string& text, float& sx, float& sy, std::string& error);
+bool parse_scale_pair(const std::string& option, const std::string& text, float& sx, float& sy,
+                      std::string& error);

@@ -1,10 +1,48 @@
 #include "cli_common.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "cli_args.h"
 #include "cli_progress.h"
+
+namespace {
+
+bool g_strict = false;
+
+// What a library status means to the user, in one place. Reading gives the codes meanings of
+// their own: what is wrong with the file.
+std::string status_message(int status, bool reading) {
+    if (reading) {
+        switch (status) {
+            case ST_NO_MEMORY:
+                return "too large: not enough memory to hold it";
+            case ST_READ_ERROR:
+                return "truncated: the file ends before its first image is complete";
+            case ST_BAD_ARGUMENT:
+                return "damaged: an image without any colour table";
+            case ST_UNSUPPORTED:
+                return "too large: an image beyond 2^31 bytes, or of width or height 0";
+            case ST_BAD_FORMAT:
+                return "damaged: the GIF block layout is broken";
+            case ST_UNDECODABLE:
+                return "damaged: image data that cannot be decoded";
+        }
+    }
+    if (status == ST_NO_MEMORY) return "too large: not enough memory";
+    return status_text(status);
+}
+
+}  // namespace
+
+void set_strict(bool strict) {
+    g_strict = strict;
+}
 
 int report_error(const std::string& file, const std::string& message) {
     std::fprintf(stderr, "qimg: %s: %s\n", file.c_str(), message.c_str());
@@ -12,13 +50,12 @@ int report_error(const std::string& file, const std::string& message) {
 }
 
 int report_status(const std::string& file, const std::string& action, int status) {
-    if (status == 1) {
+    if (status == ST_CANCELLED) {
         std::fprintf(stderr, "qimg: %s: %s cancelled\n", file.c_str(), action.c_str());
         return kExitCancelled;
     }
-    std::fprintf(stderr, "qimg: %s: %s failed: %s (status %d)\n", file.c_str(), action.c_str(),
-                 status_text(status), status);
-    return kExitFailure;
+    return report_error(file, action + " failed: " + status_message(status, action == "reading") +
+                                  " (status " + std::to_string(status) + ")");
 }
 
 int report_usage(const std::string& message) {
@@ -26,19 +63,45 @@ int report_usage(const std::string& message) {
     return kExitUsage;
 }
 
-namespace {
-// Whether the file starts with a GIF signature; a file that cannot be read counts as one, so
-// that the library reports why it cannot be opened.
-bool looks_like_gif(const std::string& path) {
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file) return true;
-    char signature[6] = {};
-    const size_t n = std::fread(signature, 1, sizeof signature, file);
-    std::fclose(file);
-    return n == sizeof signature && std::memcmp(signature, "GIF8", 4) == 0 &&
-           (signature[4] == '7' || signature[4] == '9') && signature[5] == 'a';
+bool has_extension(const std::string& path, const std::string& extension) {
+    if (path.size() < extension.size()) return false;
+    std::string tail = path.substr(path.size() - extension.size());
+    std::transform(tail.begin(), tail.end(), tail.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return tail == extension;
 }
-}  // namespace
+
+bool sniff_input(const std::string& path, FileKind& kind) {
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0) {
+        report_error(path, errno == ENOENT ? "does not exist" : std::strerror(errno));
+        return false;
+    }
+    if (S_ISDIR(info.st_mode)) {
+        report_error(path, "is a directory, not a file");
+        return false;
+    }
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file) {
+        report_error(path, std::string("cannot open: ") + std::strerror(errno));
+        return false;
+    }
+    unsigned char head[8] = {};
+    const size_t n = std::fread(head, 1, sizeof head, file);
+    std::fclose(file);
+    if (n == 0) {
+        report_error(path, "is empty");
+        return false;
+    }
+    static const unsigned char kPng[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+    kind = FileKind::other;
+    if (n >= 6 && std::memcmp(head, "GIF8", 4) == 0 && (head[4] == '7' || head[4] == '9') &&
+        head[5] == 'a')
+        kind = FileKind::gif;
+    else if (n == 8 && std::memcmp(head, kPng, 8) == 0)
+        kind = FileKind::png;
+    return true;
+}
 
 ReadLimits& read_limits() {
     static ReadLimits limits;
@@ -56,10 +119,7 @@ bool take_limit_options(std::vector<std::string>& words, std::string& error) {
             error = words[i] + " needs a value";
             return false;
         }
-        if (!parse_int(words[i + 1], 1, 2147483647, value, error)) {
-            error = words[i] + ": " + error;
-            return false;
-        }
+        if (!parse_int(words[i], words[i + 1], 1, 2147483647, value, error)) return false;
         *target = value;
         words.erase(words.begin() + long(i), words.begin() + long(i) + 2);
         --i;
@@ -68,40 +128,58 @@ bool take_limit_options(std::vector<std::string>& words, std::string& error) {
 }
 
 namespace {
-// Standard input through the push reader, piece by piece as it arrives; the proxy then holds
-// what was read, under the same rules as a file.
-int read_standard_input(qImageProxy& proxy, const qGifReadOptions& options, qIMonitor* monitor) {
+// Standard input through the push reader, piece by piece as it arrives, into `animation`.
+int read_standard_input(qGifAnimation& animation, const qGifReadOptions& options,
+                        qIMonitor* monitor) {
     qGifPushReader reader;
-    if (const int status = reader.begin(options, monitor); status != 0) return status;
+    if (const int status = reader.begin(&animation, options, monitor); status != 0) return status;
     std::vector<unsigned char> piece(64 * 1024);
     while (!reader.finished()) {
         const size_t n = std::fread(piece.data(), 1, piece.size(), stdin);
         if (n == 0) break;
         reader.push(piece.data(), static_cast<int>(n));
     }
-    return proxy.read_gif(&reader);
+    return reader.end();
 }
 }  // namespace
 
 int load_gif(const std::string& path, LoadedGif& gif) {
-    // The library reports a stream without a usable screen as -1; say plainly what is wrong.
-    if (path != "-" && !looks_like_gif(path))
-        return report_error(path, "not a GIF file (no GIF87a or GIF89a signature)");
+    FileKind kind = FileKind::gif;
+    if (path != "-" && !sniff_input(path, kind)) return kExitFailure;
+    if (kind != FileKind::gif)
+        return report_error(path, "not a GIF file (it does not start with GIF87a or GIF89a)");
+    qFileR file;
+    if (path != "-" && !file.open(path.c_str())) return report_error(path, "cannot open");
     TerminalProgress progress("reading " + path);
     qGifReadOptions options;
     options.browser_rules = true;  // real files render as browsers show them
     options.max_screen_pixels = options.max_frame_pixels = read_limits().max_pixels;
     options.max_total_bytes = read_limits().max_memory_mb << 20;
-    const int status = path == "-" ? read_standard_input(gif.proxy, options, &progress)
-                                   : gif.proxy.read_gif(path.c_str(), &progress, options);
+    const int status = path == "-" ? read_standard_input(gif.animation, options, &progress)
+                                   : gif.animation.read(&file, &progress, options);
     progress.finish();
-    if (status == ST_LIMIT_EXCEEDED)
+    if (status == ST_LIMIT_EXCEEDED && gif.animation.num_frames() == 0)
         return report_error(path,
-                            "too large for the reading limits (see --max-pixels, "
-                            "--max-memory)");
-    if (status != 0) return report_status(path, "reading", status);
-    gif.animation = gif.proxy.animation();
-    if (!gif.animation) return report_error(path, "no animation after reading");
+                            "too large: beyond the reading limits (--max-pixels, --max-memory)");
+    // The reader keeps the frames read before a stop; a stop asked for is still a stop.
+    if (status == ST_CANCELLED || TerminalProgress::interrupted())
+        return report_status(path, "reading", ST_CANCELLED);
+    const int frames = gif.animation.num_frames();
+    if (frames == 0) {
+        if (status == 0) return report_error(path, "empty: the GIF holds no image");
+        return report_status(path, "reading", status);
+    }
+    if (status != 0) {
+        // Frames before the break are shown, as viewers do; --strict refuses the file.
+        const std::string what =
+            status == ST_READ_ERROR ? "truncated" : status_message(status, true);
+        std::fprintf(stderr, "qimg: %s: %s %s: %d of the frames were read\n", path.c_str(),
+                     g_strict ? "error:" : "warning:", what.c_str(), frames);
+        if (g_strict) return kExitFailure;
+    }
+    // A screen declared empty takes the size of the first image.
+    if (gif.animation.size().empty())
+        gif.animation.set_screen_size(gif.animation.frame_rect().size());
     return kExitOk;
 }
 
@@ -114,4 +192,11 @@ int Canvas::create(qSize canvas_size) {
     size = canvas_size;
     pixels.assign(static_cast<size_t>(stride) * static_cast<size_t>(canvas_size.height), 0);
     return view.Bind(pixels.data(), size, stride, PT_BGRA32);
+}
+
+int create_canvas(Canvas& canvas, qSize size, const std::string& file, const std::string& what) {
+    if (canvas.create(size) == 0) return kExitOk;
+    return report_error(file, "too large: " + what + " of " + std::to_string(size.width) + " x " +
+                                  std::to_string(size.height) +
+                                  " pixels is beyond the 1 GiB this program takes");
 }

@@ -6,9 +6,6 @@
 // once complete: an interrupted or failed run leaves the target as it was.
 #include "cli_gif_write.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -19,40 +16,24 @@
 
 #include "cli_args.h"
 #include "cli_common.h"
+#include "cli_output.h"
 #include "cli_progress.h"
 #include "png_io.h"
 
 namespace {
 
-// Writes through `write` into a new temporary file next to `target`, then renames it over the
-// target. Only the temporary file is ever removed, and only when this run made it.
-int write_atomically(const std::string& target, const std::string& action,
-                     const std::function<int(qIFileW*)>& write) {
-    std::string temporary = target + ".XXXXXX";
-    const int fd = mkstemp(temporary.data());
-    if (fd < 0) {
-        return report_error(target,
-                            std::string("cannot create a file beside it: ") + std::strerror(errno));
-    }
-    // mkstemp makes the file private; the result gets the permissions of any new file.
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(fd, 0666 & ~mask);
-    close(fd);
-    qFileW file;
-    int status = file.open(temporary.c_str()) ? write(&file) : -3;
-    const int closed = file.close();
-    if (status == 0) status = closed;
-    if (status == 0 && std::rename(temporary.c_str(), target.c_str()) != 0) {
-        const std::string why = std::strerror(errno);
-        std::remove(temporary.c_str());
-        return report_error(target, "cannot rename the finished file into place: " + why);
-    }
-    if (status != 0) {
-        std::remove(temporary.c_str());
-        return report_status(target, action, status);
-    }
-    return kExitOk;
+// The GIF writer's byte sink over the stream that write_output hands out.
+int to_stream(void* file, const void* data, int count) {
+    return static_cast<int>(
+        std::fwrite(data, 1, static_cast<size_t>(count), static_cast<std::FILE*>(file)));
+}
+
+// A GIF written through `write` to `target` as every output is written (see write_output).
+int write_gif(const std::string& target, const std::function<int(qIFileW*)>& write) {
+    return write_output(target, [&](std::FILE* file) {
+        qCallbackW sink(to_stream, file);
+        return write(&sink);
+    });
 }
 
 struct WriteOptions {
@@ -76,16 +57,19 @@ int parse(ArgList& args, bool encode, WriteOptions& o) {
         if (word == "-o" || word == "--output") {
             if (!args.take_value(word, o.output, error)) return report_usage(error);
         } else if (word == "--delay") {
-            if (!args.take_value(word, value, error) || !parse_int(value, 0, 655350, number, error))
+            if (!args.take_value(word, value, error) ||
+                !parse_int(word, value, 0, 655350, number, error))
                 return report_usage(error);
             o.delay = (number + 5) / 10;  // the format stores hundredths of a second
         } else if (word == "--loop") {
             // "play N times", 0 for without end, as the info command reports it.
-            if (!args.take_value(word, value, error) || !parse_int(value, 0, 65536, number, error))
+            if (!args.take_value(word, value, error) ||
+                !parse_int(word, value, 0, 65536, number, error))
                 return report_usage(error);
             o.loop = number == 0 ? -1 : number;
         } else if (word == "--colors" && encode) {
-            if (!args.take_value(word, value, error) || !parse_int(value, 2, 256, o.colors, error))
+            if (!args.take_value(word, value, error) ||
+                !parse_int(word, value, 2, 256, o.colors, error))
                 return report_usage(error);
         } else if (word == "--dither" && encode) {
             o.dither = true;
@@ -110,7 +94,7 @@ int parse(ArgList& args, bool encode, WriteOptions& o) {
                                    : "resave needs IN.gif and -o OUT.gif");
     }
     if (!encode && o.inputs.size() > 1) return report_usage("resave: one input file only");
-    if (!has_gif_extension(o.output)) {
+    if (!has_extension(o.output, ".gif")) {
         return report_usage(std::string(name) + ": the output must be a .gif file");
     }
     return kExitOk;
@@ -118,25 +102,17 @@ int parse(ArgList& args, bool encode, WriteOptions& o) {
 
 }  // namespace
 
-bool has_gif_extension(const std::string& path) {
-    if (path.size() < 4) return false;
-    std::string tail = path.substr(path.size() - 4);
-    std::transform(tail.begin(), tail.end(), tail.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return tail == ".gif";
-}
-
-int write_indexed_gif(const std::string& path, const qIIndexImage& image) {
+int write_indexed_gif(const std::string& path, const qIIndexImage& image, qIMonitor* monitor) {
     const qIColormap* map = image.colormap();
     if (map == nullptr) return report_error(path, "no colour map to write");
-    return write_atomically(path, "writing", [&](qIFileW* sink) {
+    return write_gif(path, [&](qIFileW* sink) {
         qGifWriter writer;
         qGifControl control;
         control.transparent = image.min_t_index();
         int rc = writer.begin(sink, image.size(), map, 0, 1);
         if (rc == 0) {
             rc = writer.add_image(&image, qPoint(), nullptr,
-                                  control.transparent >= 0 ? &control : nullptr, false, nullptr);
+                                  control.transparent >= 0 ? &control : nullptr, false, monitor);
         }
         return rc == 0 ? writer.finish() : rc;
     });
@@ -151,7 +127,11 @@ int command_encode(ArgList& args) {
     for (const std::string& input : o.inputs) {
         PngPicture png;
         std::string error;
+        FileKind kind;
+        if (!sniff_input(input, kind)) return kExitFailure;
+        if (kind != FileKind::png) return report_error(input, "not a PNG file");
         if (!read_png(input, png, error)) return report_error(input, error);
+        if (TerminalProgress::interrupted()) return report_status(input, "reading", ST_CANCELLED);
         if (!frames.empty() && !(qSize(png.width, png.height) == frames.front()->size())) {
             return report_error(input, "frames differ in size from the first one");
         }
@@ -174,7 +154,7 @@ int command_encode(ArgList& args) {
     const std::vector<int> delays(frames.size(), o.delay < 0 ? 10 : o.delay);
 
     TerminalProgress progress("encoding " + o.output);
-    const int status = write_atomically(o.output, "encoding", [&](qIFileW* sink) {
+    const int status = write_gif(o.output, [&](qIFileW* sink) {
         return qGifEncoder::encode_frames(frames.data(), delays.data(),
                                           static_cast<int>(frames.size()), options, sink,
                                           &progress);
@@ -191,12 +171,11 @@ int command_resave(ArgList& args) {
     if (const int status = parse(args, false, o); status != kExitOk) return status;
     LoadedGif gif;
     if (const int status = load_gif(o.inputs.front(), gif); status != kExitOk) return status;
-    auto* animation = dynamic_cast<qGifAnimation*>(gif.animation);
-    if (animation == nullptr) return report_error(o.inputs.front(), "no animation after reading");
+    qGifAnimation* animation = &gif.animation;
 
     bool recut = false;
     TerminalProgress progress("writing " + o.output);
-    const int status = write_atomically(o.output, "writing", [&](qIFileW* sink) {
+    const int status = write_gif(o.output, [&](qIFileW* sink) {
         return qGifEncoder::reencode(animation, o.optimize ? RS_SMALLER : RS_AS_READ, o.delay,
                                      o.loop == -2 ? 0 : o.loop, sink, &progress, &recut);
     });

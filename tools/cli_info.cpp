@@ -36,13 +36,34 @@ std::string loop_text(int passes) {
     return passes < 0 ? "forever" : std::to_string(passes);
 }
 
-void print_text(const std::string& path, const qImageProxy& proxy, qGifAnimation& gif) {
-    const qSize screen = proxy.size();
+std::string comment_bytes(const qGifAnimation& gif, int index) {
+    const qObjArray<char>* comment = gif.comment(index);
+    std::string bytes;
+    for (int i = 0; comment && i < comment->count(); ++i) bytes += (*comment)[i];
+    return bytes;
+}
+
+// A comment as one line of text: printable ASCII as it is, anything else as \xNN.
+std::string comment_text(const qGifAnimation& gif, int index) {
+    std::string out;
+    for (const unsigned char c : comment_bytes(gif, index)) {
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, c >= 0x20 && c < 0x7f ? "%c" : "\\x%02x", c);
+        out += escaped;
+    }
+    return out;
+}
+
+void print_text(const std::string& path, qGifAnimation& gif) {
+    const qSize screen = gif.size();
     std::printf("%s: GIF, screen %d x %d, %d frame%s, plays %s%s\n", path.c_str(), screen.width,
                 screen.height, gif.num_frames(), gif.num_frames() == 1 ? "" : "s",
                 loop_text(gif.loop_count()).c_str(), gif.loop_count() == 1 ? " time" : "");
     if (const qIColormap* global = gif.global_colormap())
-        std::printf("  global colour table: %d entries\n", global->num_colors());
+        std::printf("  global colour table: %d entries, background index %d\n",
+                    global->num_colors(), gif.background());
+    for (int i = 0; i < gif.num_comments(); ++i)
+        std::printf("  comment: %s\n", comment_text(gif, i).c_str());
     std::printf("  %5s  %-21s %7s %8s %11s %-12s %s\n", "frame", "rectangle", "delay", "disposal",
                 "transparent", "colours", "interlaced");
     for (int i = 0; i < gif.num_frames(); ++i) {
@@ -59,14 +80,15 @@ void print_text(const std::string& path, const qImageProxy& proxy, qGifAnimation
     }
 }
 
-// JSON strings: the file name is the only text we print, escaped as JSON requires.
+// JSON strings for the file name and the comments, escaped as JSON requires; bytes beyond ASCII
+// are taken as Latin-1, so that any comment gives valid JSON.
 std::string json_string(const std::string& text) {
     std::string out = "\"";
     for (const unsigned char c : text) {
         if (c == '"' || c == '\\') {
             out += '\\';
             out += static_cast<char>(c);
-        } else if (c < 0x20) {
+        } else if (c < 0x20 || c >= 0x7f) {
             char escaped[8];
             std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
             out += escaped;
@@ -77,14 +99,19 @@ std::string json_string(const std::string& text) {
     return out + "\"";
 }
 
-void print_json(const std::string& path, const qImageProxy& proxy, qGifAnimation& gif) {
-    const qSize screen = proxy.size();
+void print_json(const std::string& path, qGifAnimation& gif) {
+    const qSize screen = gif.size();
     const int global = gif.global_colormap() ? gif.global_colormap()->num_colors() : 0;
     std::printf("{\n  \"file\": %s,\n  \"width\": %d,\n  \"height\": %d,\n",
                 json_string(path).c_str(), screen.width, screen.height);
     // plays: how many times the animation runs, -1 for forever (a looping count of 0 in the file).
-    std::printf("  \"plays\": %d,\n  \"global_colors\": %d,\n  \"frame_count\": %d,\n",
-                gif.loop_count(), global, gif.num_frames());
+    std::printf("  \"plays\": %d,\n  \"global_colors\": %d,\n  \"background\": %d,\n",
+                gif.loop_count(), global, gif.background());
+    std::printf("  \"comments\": [");
+    for (int i = 0; i < gif.num_comments(); ++i) {
+        std::printf("%s%s", i ? ", " : "", json_string(comment_bytes(gif, i)).c_str());
+    }
+    std::printf("],\n  \"frame_count\": %d,\n", gif.num_frames());
     std::printf("  \"frames\": [");
     for (int i = 0; i < gif.num_frames(); ++i) {
         const FrameFacts f = facts_of(gif, i);
@@ -118,11 +145,9 @@ int command_info(ArgList& args) {
     if (input.empty()) return report_usage("info needs FILE.gif");
     LoadedGif gif;
     if (const int status = load_gif(input, gif); status != kExitOk) return status;
-    auto* animation = dynamic_cast<qGifAnimation*>(gif.animation);
-    if (!animation) return report_error(input, "not a GIF animation");
     if (json)
-        print_json(input, gif.proxy, *animation);
+        print_json(input, gif.animation);
     else
-        print_text(input, gif.proxy, *animation);
+        print_text(input, gif.animation);
     return kExitOk;
 }

@@ -7,6 +7,7 @@
 
 namespace {
 volatile std::sig_atomic_t g_interrupted = 0;
+bool g_lines = false;  // --progress: report even when standard error is no terminal
 
 extern "C" void on_interrupt(int) {
     g_interrupted = 1;
@@ -17,6 +18,10 @@ constexpr int kBarWidth = 30;
 
 void TerminalProgress::install_interrupt_handler() {
     std::signal(SIGINT, on_interrupt);
+}
+
+void TerminalProgress::report_in_lines() {
+    g_lines = true;
 }
 
 bool TerminalProgress::interrupted() {
@@ -32,10 +37,17 @@ TerminalProgress::~TerminalProgress() {
 
 bool TerminalProgress::progress(int done, int total, int, int) {
     if (interrupted()) return false;
-    if (!on_terminal_ || total <= 0) return true;
+    if (!(on_terminal_ || g_lines) || total <= 0) return true;
     const long long clamped = done < 0 ? 0 : (done > total ? total : done);
     const int permille = static_cast<int>(clamped * 1000 / total);
     if (permille == last_permille_) return true;  // redraw only when the bar moves
+    if (!on_terminal_) {
+        // A line for every tenth, for a program or a log reading standard error.
+        if (last_permille_ < 0 || permille / 100 != last_permille_ / 100)
+            std::fprintf(stderr, "%s %d%%\n", label_.c_str(), permille / 10);
+        last_permille_ = permille;
+        return true;
+    }
     last_permille_ = permille;
     const int filled = permille * kBarWidth / 1000;
     std::fprintf(stderr, "\r%s [", label_.c_str());

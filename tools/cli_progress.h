@@ -18,10 +18,18 @@ public:
     // Installs the SIGINT handler that the monitors consult. Call once at start-up.
     static void install_interrupt_handler();
     static bool interrupted();
+    // From now on, without a terminal, a line "LABEL N%" for every tenth of the work.
+    static void report_in_lines();
 
 private:
     std::string label_;
     bool on_terminal_;
     bool drawn_ = false;
     int last_permille_ = -1;
+};
+
+// A monitor that only stops the work on Ctrl-C, for steps inside a step that shows the bar.
+class InterruptCheck : public qIMonitor {
+public:
+    bool progress(int, int, int, int) override { return !TerminalProgress::interrupted(); }
 };

@@ -1,10 +1,13 @@
-// qimg quantize IN.png -o OUT.png|OUT.gif --colors N [--palette quality|median-cut|cube|gray]
-//                [--dither [--color-strength S] [--alpha-strength S]] [--opaque]
+// qimg quantize IN.png|IN.gif -o OUT.png|OUT.gif --colors N
+//                [--palette quality|median-cut|cube|gray] [--dither [--color-strength S]
+//                [--alpha-strength S]] [--alpha-threshold A] [--opaque | --transparent-entry]
+#include <cstdio>
 #include <cstring>
 
 #include "cli_args.h"
 #include "cli_common.h"
 #include "cli_gif_write.h"
+#include "cli_output.h"
 #include "cli_progress.h"
 #include "png_io.h"
 
@@ -18,7 +21,9 @@ struct QuantizeOptions {
     bool dither = false;
     float color_strength = 1.0f;
     float alpha_strength = 1.0f;
+    int alpha_threshold = 128;  // below it a pixel is transparent
     bool opaque = false;
+    bool transparent_entry = false;  // a transparent entry even for a picture without any
 };
 
 int parse(ArgList& args, QuantizeOptions& o) {
@@ -28,7 +33,8 @@ int parse(ArgList& args, QuantizeOptions& o) {
         if (word == "-o" || word == "--output") {
             if (!args.take_value(word, o.output, error)) return report_usage(error);
         } else if (word == "--colors") {
-            if (!args.take_value(word, value, error) || !parse_int(value, 2, 256, o.colors, error))
+            if (!args.take_value(word, value, error) ||
+                !parse_int(word, value, 2, 256, o.colors, error))
                 return report_usage(error);
         } else if (word == "--palette") {
             if (!args.take_value(word, value, error)) return report_usage(error);
@@ -48,10 +54,16 @@ int parse(ArgList& args, QuantizeOptions& o) {
         } else if (word == "--color-strength" || word == "--alpha-strength") {
             float& target = word == "--color-strength" ? o.color_strength : o.alpha_strength;
             if (!args.take_value(word, value, error) ||
-                !parse_float(value, 0.0f, 1.0f, target, error))
+                !parse_float(word, value, 0.0f, 1.0f, target, error))
+                return report_usage(error);
+        } else if (word == "--alpha-threshold") {
+            if (!args.take_value(word, value, error) ||
+                !parse_int(word, value, 1, 255, o.alpha_threshold, error))
                 return report_usage(error);
         } else if (word == "--opaque") {
             o.opaque = true;
+        } else if (word == "--transparent-entry") {
+            o.transparent_entry = true;
         } else if (!word.empty() && word[0] == '-') {
             return report_usage("quantize: unknown option '" + word + "'");
         } else if (o.input.empty()) {
@@ -62,6 +74,37 @@ int parse(ArgList& args, QuantizeOptions& o) {
     }
     if (o.input.empty() || o.output.empty() || o.colors == 0)
         return report_usage("quantize needs IN.png, -o OUT.png and --colors N");
+    if (!has_extension(o.output, ".png") && !has_extension(o.output, ".gif"))
+        return report_usage("quantize: -o " + o.output +
+                            ": the name must end in .png or .gif, which chooses the format");
+    if (o.opaque && o.transparent_entry)
+        return report_usage("quantize: --opaque and --transparent-entry exclude each other");
+    return kExitOk;
+}
+
+// The picture to reduce as PT_BGRA32: a PNG, or frame 0 of a GIF as it shows on the screen.
+int load_picture(const std::string& path, PngPicture& picture) {
+    FileKind kind;
+    if (!sniff_input(path, kind)) return kExitFailure;
+    std::string error;
+    if (kind == FileKind::png && !read_png(path, picture, error)) return report_error(path, error);
+    if (kind == FileKind::png)
+        return TerminalProgress::interrupted() ? report_status(path, "reading", ST_CANCELLED)
+                                               : kExitOk;
+    if (kind != FileKind::gif) return report_error(path, "neither a PNG nor a GIF file");
+    LoadedGif gif;
+    if (const int status = load_gif(path, gif); status != kExitOk) return status;
+    Canvas screen;
+    if (const int s = create_canvas(screen, gif.animation.size(), path, "the screen"); s != kExitOk)
+        return s;
+    qFrameComposer composer;
+    InterruptCheck check;
+    int status = composer.begin(&gif.animation, &screen.view);
+    if (status == 0) status = composer.compose_to(0, &check);
+    if (status != 0) return report_status(path, "composing frame 0", status);
+    picture.width = screen.size.width;
+    picture.height = screen.size.height;
+    picture.pixels = std::move(screen.pixels);  // rows of width * 4 bytes, as PngPicture's
     return kExitOk;
 }
 
@@ -70,10 +113,21 @@ int parse(ArgList& args, QuantizeOptions& o) {
 int command_quantize(ArgList& args) {
     QuantizeOptions o;
     if (const int status = parse(args, o); status != kExitOk) return status;
-
     PngPicture picture;
-    std::string error;
-    if (!read_png(o.input, picture, error)) return report_error(o.input, error);
+    if (const int status = load_picture(o.input, picture); status != kExitOk) return status;
+
+    // With two-level alpha (all but --dither with alpha diffusion, which the quality palette does
+    // not do) a pixel below the threshold becomes transparent, where the library keeps every
+    // alpha from 1 up as opaque; diffused alpha keeps the alphas as they are. A picture
+    // without transparent pixels gets a palette without a transparent entry, unless asked.
+    const bool diffused_alpha = o.dither && o.alpha_strength > 0.0f && o.palette != CM_QUALITY;
+    bool has_transparency = false;
+    for (size_t i = 3; i < picture.pixels.size(); i += 4) {
+        unsigned char& alpha = picture.pixels[i];
+        has_transparency |= diffused_alpha ? alpha < 255 : alpha < o.alpha_threshold;
+        if (!diffused_alpha && alpha < o.alpha_threshold) alpha = 0;
+    }
+    const bool opaque = o.opaque || (!has_transparency && !o.transparent_entry);
 
     // Hand the pixels to the library as a true-colour image.
     qDirectImage image;
@@ -88,35 +142,37 @@ int command_quantize(ArgList& args) {
     status = proxy.Set(&image);
     if (status != 0) return report_status(o.input, "loading", status);
 
-    // Fully transparent pixels do not vote for palette colours unless alpha is ignored.
-    const unsigned char min_alpha = o.opaque ? 0 : 1;
+    // Pixels below the threshold do not vote for palette colours unless alpha is ignored.
+    const auto min_alpha = static_cast<unsigned char>(opaque ? 0 : o.alpha_threshold);
     TerminalProgress progress("quantizing " + o.input);
     status = proxy.quantize_colors(o.colors, o.palette, o.dither ? QT_DIFFUSION : QT_NEAREST,
-                                   o.opaque, o.color_strength, o.dither ? o.alpha_strength : 0.0f,
+                                   opaque, o.color_strength, o.dither ? o.alpha_strength : 0.0f,
                                    min_alpha, &progress);
     progress.finish();
     if (status != 0) return report_status(o.input, "quantizing", status);
 
     const auto* indexed = dynamic_cast<const qIIndexImage*>(proxy.current_leaf());
     if (!indexed || !indexed->colormap()) return report_error(o.input, "no indexed result");
+    const qIColormap& palette = *indexed->colormap();
     const qSize size = indexed->size();
-    // A .gif name gets a GIF; anything else a palette PNG.
-    const bool gif = has_gif_extension(o.output);
-    if (gif) {
-        if (const int written = write_indexed_gif(o.output, *indexed); written != kExitOk) {
-            return written;
-        }
+    // The fixed palettes come in whole steps: say when that gave another number than asked.
+    if ((o.palette == CM_CUBE || o.palette == CM_GRAY) && palette.num_colors() != o.colors) {
+        std::fprintf(stderr, "qimg: %s: note: the %s palette for %d colours has %d entries%s\n",
+                     o.output.c_str(), o.palette == CM_CUBE ? "cube" : "gray", o.colors,
+                     palette.num_colors(), opaque ? "" : ", the transparent one included");
     }
-    std::vector<unsigned char> indices(static_cast<size_t>(size.width) * size.height);
-    for (int y = 0; y < size.height; ++y) {
-        std::memcpy(indices.data() + static_cast<size_t>(y) * size.width,
-                    indexed->pixel_address(y, 0), static_cast<size_t>(size.width));
+    TerminalProgress writing("writing " + o.output);
+    if (has_extension(o.output, ".gif")) {
+        status = write_indexed_gif(o.output, *indexed, &writing);
+    } else {
+        status = write_output(o.output, [&](std::FILE* file) {
+            return write_png_indexed(file, indexed->pixel_address(0, 0), size.width, size.height,
+                                     row_bytes(size.width, PT_INDEX8), palette, &writing);
+        });
     }
-    if (!gif && !write_png_indexed(o.output, indices.data(), size.width, size.height, size.width,
-                                   *indexed->colormap(), error)) {
-        return report_error(o.output, error);
-    }
+    writing.finish();
+    if (status != kExitOk) return status;
     std::printf("%s: %d x %d, %d palette entries -> %s\n", o.input.c_str(), size.width, size.height,
-                indexed->colormap()->num_colors(), o.output.c_str());
+                palette.num_colors(), o.output.c_str());
     return kExitOk;
 }

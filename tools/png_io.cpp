@@ -2,6 +2,7 @@
 
 #include <png.h>
 
+#include <csetjmp>
 #include <cstring>
 
 // libpng's simplified interface reads and writes whole pictures in qimg's own byte orders:
@@ -44,47 +45,69 @@ bool read_png(const std::string& path, PngPicture& picture, std::string& error) 
     return true;
 }
 
-bool write_png_bgra(const std::string& path, const unsigned char* pixels, int width, int height,
-                    int stride, std::string& error) {
-    if (!pixels || width <= 0 || height <= 0) {
-        error = "nothing to write";
-        return false;
+namespace {
+
+// libpng reports errors through a jump; this one keeps them off the terminal (the caller says
+// what failed) and warnings too.
+[[noreturn]] void on_png_error(png_structp png, png_const_charp) {
+    png_longjmp(png, 1);
+}
+void on_png_warning(png_structp, png_const_charp) {}
+
+// Writes 8-bit rows one at a time, so that the monitor can follow and stop the writing.
+// `palette` (with `colors` entries, and `alphas` for the first `transparent` of them) makes an
+// indexed PNG; without it the rows are BGRA. 0; 1 when stopped; -3 when the bytes cannot be
+// written; -1 without memory.
+int write_png_rows(std::FILE* file, const unsigned char* rows, int width, int height, int stride,
+                   const png_color* palette, int colors, const png_byte* alphas, int transparent,
+                   qIMonitor* monitor) {
+    png_structp png =
+        png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, on_png_error, on_png_warning);
+    if (png == nullptr) return -1;
+    png_infop info = png_create_info_struct(png);
+    if (info == nullptr || setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        return -3;
     }
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = static_cast<png_uint_32>(width);
-    image.height = static_cast<png_uint_32>(height);
-    image.format = PNG_FORMAT_BGRA;
-    if (!png_image_write_to_file(&image, path.c_str(), 0, pixels, stride, nullptr)) {
-        return fail(error, image, "cannot write the PNG");
+    png_init_io(png, file);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
+                 palette ? PNG_COLOR_TYPE_PALETTE : PNG_COLOR_TYPE_RGBA, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    if (palette) png_set_PLTE(png, info, palette, colors);
+    if (palette && transparent > 0) png_set_tRNS(png, info, alphas, transparent, nullptr);
+    png_write_info(png, info);
+    if (!palette) png_set_bgr(png);
+    int status = 0;
+    for (int y = 0; y < height && status == 0; ++y) {
+        png_write_row(png, rows + static_cast<size_t>(y) * static_cast<size_t>(stride));
+        if (monitor && !monitor->progress(y + 1, height, 0, 1)) status = 1;
     }
-    return true;
+    if (status == 0) png_write_end(png, nullptr);
+    png_destroy_write_struct(&png, &info);
+    return status;
 }
 
-bool write_png_indexed(const std::string& path, const unsigned char* indices, int width, int height,
-                       int stride, const qIColormap& palette, std::string& error) {
+}  // namespace
+
+int write_png_bgra(std::FILE* file, const unsigned char* pixels, int width, int height, int stride,
+                   qIMonitor* monitor) {
+    if (!file || !pixels || width <= 0 || height <= 0) return -5;
+    return write_png_rows(file, pixels, width, height, stride, nullptr, 0, nullptr, 0, monitor);
+}
+
+int write_png_indexed(std::FILE* file, const unsigned char* indices, int width, int height,
+                      int stride, const qIColormap& palette, qIMonitor* monitor) {
     const int colors = palette.num_colors();
-    if (!indices || width <= 0 || height <= 0 || colors < 1 || colors > 256) {
-        error = "nothing to write";
-        return false;
-    }
-    // The palette as RGBA; libpng writes PLTE, and tRNS when an entry is not opaque.
-    unsigned char rgba[256 * 4];
+    if (!file || !indices || width <= 0 || height <= 0 || colors < 1 || colors > 256) return -5;
+    png_color rgb[256];
+    png_byte alphas[256];
+    int transparent = 0;  // tRNS holds the alphas up to the last entry that is not opaque
     for (int i = 0; i < colors; ++i) {
         const qPixRA c = palette.get_color(i);
-        rgba[i * 4 + 0] = c.red;
-        rgba[i * 4 + 1] = c.green;
-        rgba[i * 4 + 2] = c.blue;
-        rgba[i * 4 + 3] = c.alpha;
+        rgb[i] = png_color{c.red, c.green, c.blue};
+        alphas[i] = c.alpha;
+        if (c.alpha != 255) transparent = i + 1;
     }
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = static_cast<png_uint_32>(width);
-    image.height = static_cast<png_uint_32>(height);
-    image.format = PNG_FORMAT_RGBA_COLORMAP;
-    image.colormap_entries = static_cast<png_uint_32>(colors);
-    if (!png_image_write_to_file(&image, path.c_str(), 0, indices, stride, rgba)) {
-        return fail(error, image, "cannot write the PNG");
-    }
-    return true;
+    return write_png_rows(file, indices, width, height, stride, rgb, colors, alphas, transparent,
+                          monitor);
 }

@@ -30,7 +30,8 @@ int qImageProxy::read_gif(qIFileR* source, qIMonitor* monitor, const qGifReadOpt
 int qImageProxy::read_gif(qGifPushReader* reader) {
     if (reader == nullptr || reader->animation() == nullptr) return ST_BAD_ARGUMENT;
     const int rc = reader->end();
-    return hold_read(reader->take_animation(), rc);
+    qGifAnimation* animation = reader->take_animation();
+    return animation != nullptr ? hold_read(animation, rc) : ST_BAD_ARGUMENT;  // not the reader's
 }
 
 int qImageProxy::hold_read(qGifAnimation* animation, int rc) {

@@ -16,15 +16,31 @@ qGifPushReader::~qGifPushReader() {
 void qGifPushReader::release() {
     delete parser_;  // before the animation it fills
     parser_ = nullptr;
-    delete animation_;
+    if (owns_animation_) delete animation_;
     animation_ = nullptr;
     held_count_ = 0;
 }
 
 int qGifPushReader::begin(const qGifReadOptions& options, qIMonitor* monitor) {
     release();
-    animation_ = q_new<qGifAnimation>();
-    if (animation_ != nullptr) parser_ = q_new<qGifStreamParser>(animation_, options, monitor);
+    qGifAnimation* animation = q_new<qGifAnimation>();
+    if (animation == nullptr) return ST_NO_MEMORY;
+    const int rc = begin(animation, options, monitor);
+    if (rc != ST_OK) {
+        delete animation;
+        return rc;
+    }
+    owns_animation_ = true;
+    return ST_OK;
+}
+
+int qGifPushReader::begin(qGifAnimation* animation, const qGifReadOptions& options,
+                          qIMonitor* monitor) {
+    release();
+    if (animation == nullptr) return ST_BAD_ARGUMENT;
+    owns_animation_ = false;
+    animation_ = animation;
+    parser_ = q_new<qGifStreamParser>(animation_, options, monitor);
     if (parser_ == nullptr) {
         release();
         return ST_NO_MEMORY;
@@ -56,7 +72,7 @@ int qGifPushReader::push(const void* data, int length) {
 }
 
 qGifAnimation* qGifPushReader::take_animation() {
-    qGifAnimation* animation = animation_;
+    qGifAnimation* animation = owns_animation_ ? animation_ : nullptr;
     animation_ = nullptr;
     release();
     return animation;

@@ -36,6 +36,9 @@ public:
     // (may be null) hears (bytes read so far, the same) after each image data sub-block and
     // stops the reading by answering false. ST_OK, or ST_NO_MEMORY (no reading started).
     int begin(const qGifReadOptions& options, qIMonitor* monitor);
+    // The same, reading into the caller's `animation` (borrowed, emptied first; it must outlive
+    // the reading), which take_animation() then does not hand over. ST_BAD_ARGUMENT for null.
+    int begin(qGifAnimation* animation, const qGifReadOptions& options, qIMonitor* monitor);
     // Hands over the next `length` bytes of the stream (copied where a block is not complete).
     // ST_OK while the stream goes on; once it is over, the status qGifAnimation::read would give
     // (ST_OK at the trailer, ST_LIMIT_EXCEEDED, ST_UNDECODABLE, ...), and bytes after that are
@@ -56,13 +59,14 @@ public:
     // null before begin().
     qGifAnimation* animation() const { return animation_; }
     // Hands the animation over to the caller, who deletes it, and stops the reading: the reader
-    // waits for begin() again. Null before begin().
+    // waits for begin() again. Null before begin() and for the caller's own animation.
     qGifAnimation* take_animation();
 
 private:
     void release();
 
     qGifAnimation* animation_ = nullptr;
+    bool owns_animation_ = false;
     qGifStreamParser* parser_ = nullptr;
     // Bytes of the step under way, held until the step has all it wants: at most a colour table.
     static constexpr int kMaxHeldBytes = 256 * 3;
