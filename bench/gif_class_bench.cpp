@@ -8,6 +8,7 @@
 //   real   the files of tests/gif/corpus (real encoders, every feature)
 //
 //   qimg_gifclass/<class>    read_gif from memory (qMemoryR), every frame decoded
+//   push_gifclass/<class>    qGifPushReader fed the same bytes in pieces of 4 KiB
 //   peer_gifclass/<class>    giflib DGifSlurp
 //   wuffs_gifclass/<class>   wuffs, pixel format INDEXED__BGRA_BINARY, blend SRC
 //
@@ -170,6 +171,8 @@ const bool registered = [] {
         const std::string suffix = std::string("_gifclass/") + kClassNames[i];
         benchmark::RegisterBenchmark(("qimg" + suffix).c_str(), decode_class, qimg_decode, i,
                                      false);
+        benchmark::RegisterBenchmark(("push" + suffix).c_str(), decode_class, qimg_push_decode, i,
+                                     false);
         benchmark::RegisterBenchmark(("peer" + suffix).c_str(), decode_class, giflib_decode, i,
                                      false);
 #ifdef QIMG_HAVE_WUFFS
@@ -208,12 +211,14 @@ void print_class_table(const BenchRates& rates) {
         if (qimg <= 0) continue;  // not run (filtered out or no inputs)
         if (!header) {
             std::printf("\nGIF decoding by class (frame Mpix/s, medians)\n");
-            std::printf("%-6s %5s %6s %8s %9s %9s %9s %9s %11s %11s\n", "class", "files", "frames",
-                        "kB", "qimg", "qimg MB/s", "giflib", "wuffs", "qimg/wuffs", "qimg/giflib");
+            std::printf("%-6s %5s %6s %8s %9s %9s %9s %9s %11s %11s %9s %11s\n", "class", "files",
+                        "frames", "kB", "qimg", "qimg MB/s", "giflib", "wuffs", "qimg/wuffs",
+                        "qimg/giflib", "push", "push/qimg");
             header = true;
         }
         const double giflib = rate_of(rates, std::string("peer_gifclass/") + c.name);
         const double wuffs = rate_of(rates, std::string("wuffs_gifclass/") + c.name);
+        const double push = rate_of(rates, std::string("push_gifclass/") + c.name);
         const double mb_per_mpix =
             static_cast<double>(c.bytes) / static_cast<double>(c.frame_pixels);
         std::printf("%-6s %5zu %6d %8.0f", c.name, c.files.size(), c.frames,
@@ -224,6 +229,8 @@ void print_class_table(const BenchRates& rates) {
         print_rate(wuffs);
         print_ratio(qimg, wuffs);
         print_ratio(qimg, giflib);
+        print_rate(push);
+        print_ratio(push, qimg);
         std::printf("\n");
     }
     if (!header) return;

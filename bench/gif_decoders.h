@@ -15,6 +15,7 @@
 
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qGifPushReader.h"
 #include "qimg/gif/qMemoryR.h"
 
 using Bytes = std::vector<unsigned char>;
@@ -39,6 +40,17 @@ inline int64_t qimg_decode(const Bytes& bytes) {
     qMemoryR source(bytes.data(), bytes.size());
     animation.read(&source, nullptr);
     return frame_pixels(animation);
+}
+
+// The push reader fed the same bytes in pieces of 4 KiB, as they would come from a socket.
+inline int64_t qimg_push_decode(const Bytes& bytes) {
+    qGifPushReader reader;
+    reader.begin(qGifReadOptions(), nullptr);
+    constexpr size_t kPiece = 4096;
+    for (size_t at = 0; at < bytes.size() && !reader.finished(); at += kPiece)
+        reader.push(bytes.data() + at, static_cast<int>(std::min(kPiece, bytes.size() - at)));
+    reader.end();
+    return frame_pixels(*reader.animation());
 }
 
 struct GiflibMemoryInput {

@@ -10,7 +10,7 @@
 //             transfer, fill, colour mapping and dithering)
 //   image/    true-colour and indexed images, the frame decorator, the frame composer
 //   gif/      byte sources, the growable array, the graphic control record, LZW decoding,
-//             GIF frames and animations, the stream reader
+//             GIF frames and animations, the stream parser with its pull and push readers
 //   encode/   byte sinks, LZW encoding, the stream writer, the frame optimiser and the
 //             animation encoder
 //   facade/   qImageProxy
@@ -48,6 +48,8 @@
 #include "qimg/gif/qGifAnimation.h"
 #include "qimg/gif/qGifControl.h"
 #include "qimg/gif/qGifFrame.h"
+#include "qimg/gif/qGifPushReader.h"
+#include "qimg/gif/qGifReadOptions.h"
 #include "qimg/gif/qIFileR.h"
 #include "qimg/gif/qLzwDecoder.h"
 #include "qimg/gif/qMemoryR.h"

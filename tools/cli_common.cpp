@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "cli_args.h"
 #include "cli_progress.h"
 
 namespace {
@@ -102,16 +103,64 @@ bool sniff_input(const std::string& path, FileKind& kind) {
     return true;
 }
 
+ReadLimits& read_limits() {
+    static ReadLimits limits;
+    return limits;
+}
+
+bool take_limit_options(std::vector<std::string>& words, std::string& error) {
+    for (size_t i = 0; i < words.size(); ++i) {
+        int64_t* target = words[i] == "--max-pixels"   ? &read_limits().max_pixels
+                          : words[i] == "--max-memory" ? &read_limits().max_memory_mb
+                                                       : nullptr;
+        if (target == nullptr) continue;
+        int value = 0;
+        if (i + 1 == words.size()) {
+            error = words[i] + " needs a value";
+            return false;
+        }
+        if (!parse_int(words[i], words[i + 1], 1, 2147483647, value, error)) return false;
+        *target = value;
+        words.erase(words.begin() + long(i), words.begin() + long(i) + 2);
+        --i;
+    }
+    return true;
+}
+
+namespace {
+// Standard input through the push reader, piece by piece as it arrives, into `animation`.
+int read_standard_input(qGifAnimation& animation, const qGifReadOptions& options,
+                        qIMonitor* monitor) {
+    qGifPushReader reader;
+    if (const int status = reader.begin(&animation, options, monitor); status != 0) return status;
+    std::vector<unsigned char> piece(64 * 1024);
+    while (!reader.finished()) {
+        const size_t n = std::fread(piece.data(), 1, piece.size(), stdin);
+        if (n == 0) break;
+        reader.push(piece.data(), static_cast<int>(n));
+    }
+    return reader.end();
+}
+}  // namespace
+
 int load_gif(const std::string& path, LoadedGif& gif) {
-    FileKind kind;
-    if (!sniff_input(path, kind)) return kExitFailure;
+    FileKind kind = FileKind::gif;
+    if (path != "-" && !sniff_input(path, kind)) return kExitFailure;
     if (kind != FileKind::gif)
         return report_error(path, "not a GIF file (it does not start with GIF87a or GIF89a)");
     qFileR file;
-    if (!file.open(path.c_str())) return report_error(path, "cannot open");
+    if (path != "-" && !file.open(path.c_str())) return report_error(path, "cannot open");
     TerminalProgress progress("reading " + path);
-    const int status = gif.animation.read(&file, &progress);
+    qGifReadOptions options;
+    options.browser_rules = true;  // real files render as browsers show them
+    options.max_screen_pixels = options.max_frame_pixels = read_limits().max_pixels;
+    options.max_total_bytes = read_limits().max_memory_mb << 20;
+    const int status = path == "-" ? read_standard_input(gif.animation, options, &progress)
+                                   : gif.animation.read(&file, &progress, options);
     progress.finish();
+    if (status == ST_LIMIT_EXCEEDED && gif.animation.num_frames() == 0)
+        return report_error(path,
+                            "too large: beyond the reading limits (--max-pixels, --max-memory)");
     // The reader keeps the frames read before a stop; a stop asked for is still a stop.
     if (status == ST_CANCELLED || TerminalProgress::interrupted())
         return report_status(path, "reading", ST_CANCELLED);

@@ -3,6 +3,7 @@
 
 #include <qimg/qimg.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -36,10 +37,20 @@ bool sniff_input(const std::string& path, FileKind& kind);
 struct LoadedGif {
     qGifAnimation animation;
 };
-// Reads `path` with a progress bar; on failure prints the error and returns its exit status.
+// Reads `path` ("-": standard input, through the push reader) with a progress bar, under the
+// browser rules and the reading limits; on failure prints the error and returns its exit status.
 // A file that breaks off (or is damaged) after some frames gives a warning with how many frames
 // were read, and exit status 0 unless --strict.
 int load_gif(const std::string& path, LoadedGif& gif);
+// The reading limits: what one frame or the screen may declare, and what all frames may take.
+struct ReadLimits {
+    int64_t max_pixels = int64_t{1} << 28;  // 16384 x 16384
+    int64_t max_memory_mb = 1024;
+};
+ReadLimits& read_limits();
+// Takes "--max-pixels N" and "--max-memory MB" out of `words`; false (with a message) for a
+// missing or bad value.
+bool take_limit_options(std::vector<std::string>& words, std::string& error);
 
 // A PT_BGRA32 canvas in memory with a writable view bound to it.
 struct Canvas {

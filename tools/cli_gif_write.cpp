@@ -83,7 +83,7 @@ int parse(ArgList& args, bool encode, WriteOptions& o) {
             o.palettes = static_cast<int>(mode - std::begin(modes));
         } else if (word == "--optimize" && !encode) {
             o.optimize = true;
-        } else if (!word.empty() && word[0] == '-') {
+        } else if (word.size() > 1 && word[0] == '-') {
             return report_usage(std::string(name) + ": unknown option '" + word + "'");
         } else {
             o.inputs.push_back(word);

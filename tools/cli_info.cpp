@@ -135,7 +135,7 @@ int command_info(ArgList& args) {
         const std::string word = args.take();
         if (word == "--json")
             json = true;
-        else if (!word.empty() && word[0] == '-')
+        else if (word.size() > 1 && word[0] == '-')
             return report_usage("info: unknown option '" + word + "'");
         else if (input.empty())
             input = word;

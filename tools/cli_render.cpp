@@ -84,7 +84,7 @@ int parse(ArgList& args, bool sheet, RenderOptions& o) {
             } else if (!parse_scale_pair(word, value, o.scale_x, o.scale_y, error)) {
                 return report_usage(error);
             }
-        } else if (!word.empty() && word[0] == '-') {
+        } else if (word.size() > 1 && word[0] == '-') {
             return report_usage(std::string(sheet ? "sheet" : "render") + ": unknown option '" +
                                 word + "'");
         } else if (o.input.empty()) {

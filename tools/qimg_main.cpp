@@ -50,12 +50,18 @@ Commands:
         Writes a GIF again, frame by frame as read; --delay and --loop replace the
         file's; --optimize re-cuts the frames from what they show, when that is smaller.
 
+A GIF named - is read from standard input, frame by frame as it arrives.
+
 Options:
-  -h, --help     show this text
-  --version      show the version
-  --strict       a GIF that breaks off or is damaged after some frames is an error
-                 (exit status 1), not a warning
-  --progress     report progress on standard error as lines even when it is no terminal
+  --max-pixels N   refuse a GIF whose screen or any frame has more than N pixels
+                   (default 268435456, 16384 x 16384)
+  --max-memory MB  refuse a GIF whose frames need more than MB megabytes in all
+                   (default 1024)
+  -h, --help       show this text
+  --version        show the version
+  --strict         a GIF that breaks off or is damaged after some frames is an error
+                   (exit status 1), not a warning
+  --progress       report progress on standard error as lines even when it is no terminal
 
 A progress bar appears on a terminal for long work (reading, composing, scaling,
 quantizing, writing); Ctrl-C stops it cleanly and leaves no partial output. Every file is
@@ -82,6 +88,8 @@ int main(int argc, char** argv) {
         else
             words.push_back(word);
     }
+    std::string error;
+    if (!take_limit_options(words, error)) return report_usage(error);
     if (words.empty()) {
         std::fputs(kHelp, stderr);
         return kExitUsage;

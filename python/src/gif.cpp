@@ -36,8 +36,9 @@ constexpr int kNothingUsable = -1000;
 // The facade's reading rules, kept here because the facade answers -1 for every stream that
 // yields no screen, and Python callers should hear what was wrong with the data: complete
 // frames before a break or a cancel stay, and an empty screen takes the first image's size.
-int read_stream(qIFileR* source, PythonMonitor* monitor, qGifAnimation* animation) {
-    int status = animation->read(source, monitor);
+int read_stream(qIFileR* source, PythonMonitor* monitor, const qGifReadOptions& options,
+                qGifAnimation* animation) {
+    int status = animation->read(source, monitor, options);
     if (animation->valid()) status = 0;
     if (status == 0 && animation->size().empty()) {
         const qIComponent* leaf = animation->current_leaf();
@@ -70,8 +71,11 @@ bool read_file(const char* path, std::vector<unsigned char>* bytes) {
 }
 
 // Reads `source` (a path, a bytes-like object, or a binary file object) into a new GifFile.
-std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& progress) {
+std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& progress,
+                                  bool browser_rules) {
     auto gif = std::make_unique<GifFile>();
+    qGifReadOptions options;
+    options.browser_rules = browser_rules;
     PythonMonitor monitor(progress);
     int status;
     const py::module_ os = py::module_::import("os");
@@ -95,7 +99,7 @@ std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& pr
         }
         qMemoryR memory(bytes.data(), bytes.size());
         py::gil_scoped_release unlocked;
-        status = read_stream(&memory, &monitor, &gif->animation);
+        status = read_stream(&memory, &monitor, options, &gif->animation);
     } else {
         py::object bytes = source;
         if (py::hasattr(source, "read")) bytes = source.attr("read")();
@@ -108,7 +112,7 @@ std::unique_ptr<GifFile> open_gif(const py::object& source, const py::object& pr
         }
         qMemoryR memory(data.ptr, static_cast<size_t>(data.size * data.itemsize));
         py::gil_scoped_release unlocked;
-        status = read_stream(&memory, &monitor, &gif->animation);
+        status = read_stream(&memory, &monitor, options, &gif->animation);
     }
     monitor.finish(ST_OK, "reading GIF");
     // Once the source is open, every failure but a lack of memory is a fault of the data: data
@@ -127,6 +131,7 @@ py::tuple rect_tuple(qRect r) {
 // The frame's indices in place: read-only, rows as the library pads them.
 py::array frame_indices(const FrameView& view) {
     const qIndexImage* image = view.frame->image();
+    if (image == nullptr) return py::array(py::dtype::of<unsigned char>(), {0, 0});  // no pixels
     const qSize size = image->size();
     py::array indices(py::dtype::of<unsigned char>(), {size.height, size.width},
                       {row_bytes(size.width, PT_INDEX8), 1}, image->pixel_address(0, 0),
@@ -220,7 +225,8 @@ void add_gif(py::module_& m) {
         .def_property_readonly(
             "transparent",
             [](const FrameView& v) -> py::object {
-                const int index = v.frame->image()->transparent_index();
+                const qIndexImage* image = v.frame->image();
+                const int index = image ? image->transparent_index() : -1;
                 return index < 0 ? py::object(py::none()) : py::int_(index);
             },
             "The palette index drawn transparent, or None.")
@@ -302,12 +308,18 @@ void add_gif(py::module_& m) {
         });
 
     m.def("open", &open_gif, py::arg("source"), py::arg("progress") = py::none(),
+          py::arg("browser_rules") = true,
           "Reads a GIF, still or animated, from a path (str or os.PathLike), a bytes-like\n"
           "object or a binary file object, and returns an Animation.\n\n"
           "progress(done, total) hears the bytes read from time to time and may answer False\n"
           "to stop (qimg.Cancelled). Raises OSError when the file cannot be opened,\n"
           "qimg.FormatError for broken GIF data, MemoryError. A file that breaks off after\n"
-          "complete frames opens with those frames.");
+          "complete frames opens with those frames.\n\n"
+          "browser_rules (default True) reads as web browsers show GIFs: a graphic control\n"
+          "block applies to the next image even across comments and other extensions, a\n"
+          "transparent index past the palette's end stays transparent, and an image of\n"
+          "width or height 0, or without data, is a frame without pixels (indices of shape\n"
+          "(0, 0)). False reads by the format's strict rules.");
 }
 
 }  // namespace qimg_python

@@ -23,9 +23,6 @@ BACKGROUND_FILLED = {
 # Here Pillow does not dispose of frame 2 (disposal 2, after a frame with disposal 3) at all:
 # frame 2 stays on its screen under frame 3, where qimg has cleared it.
 DISPOSAL_SKIPPED = {("im-anim-dispose.gif", 3)}
-# The first frame's graphic control extension comes before the NETSCAPE2.0 block: qimg applies
-# a control extension only to an image that follows it directly (delay 0); Pillow carries it on.
-CONTROL_BEFORE_APPLICATION = {"im-anim-320.gif", "im-anim-dispose.gif"}
 
 
 def test_corpus_is_there():
@@ -52,8 +49,7 @@ def test_frames_match_pillow(path):
     for i, (rgba, delay) in enumerate(gif.composed()):
         shown.append(rgba)
         pil.seek(i)
-        if not (i == 0 and path.name in CONTROL_BEFORE_APPLICATION):
-            assert delay == pil.info.get("duration", 0)
+        assert delay == pil.info.get("duration", 0)
         expected = np.array(pil.convert("RGBA"))
         expected[expected[..., 3] == 0] = 0  # a transparent pixel has no colour
         differ = np.any(expected != rgba, axis=2)
@@ -68,6 +64,18 @@ def test_frames_match_pillow(path):
                 assert np.all(expected[differ][:, :3] == palette[pil.info["background"]])
         else:
             assert not differ.any(), f"frame {i}: {differ.sum()} pixels differ"
+
+
+def test_strict_rules_on_request():
+    # The first frame's graphic control extension comes before the NETSCAPE2.0 block: the
+    # browser rules (the default) apply it, as Pillow does; the strict rules do not.
+    path = CORPUS / "im-anim-320.gif"
+    assert qimg.open(path)[0].delay_ms == Image.open(path).info["duration"] > 0
+    assert qimg.open(path, browser_rules=False)[0].delay_ms == 0
+    zero_width = CORPUS / "browser" / "gdk-pixbuf-image-zero-width.gif"
+    assert qimg.open(zero_width)[0].indices.shape == (0, 0)
+    with pytest.raises(qimg.FormatError):  # the strict rules read on into the trailer
+        qimg.open(zero_width, browser_rules=False)
 
 
 def test_sources_and_attributes():

@@ -22,6 +22,8 @@ const char* status_text(int status) {
             return "GIF image without colour map, or undecodable image data";
         case ST_UNMAPPABLE:
             return "a pixel cannot be mapped to the palette";
+        case ST_LIMIT_EXCEEDED:
+            return "the GIF needs more than the reading limits allow";
         case ST_NOT_IMPLEMENTED:
             return "operation not supported by this object";
     }

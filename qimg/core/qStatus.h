@@ -18,6 +18,7 @@ enum qStatus : int {
     ST_BAD_FORMAT = -8,         // GIF data that break the layout
     ST_UNDECODABLE = -9,        // a GIF image without colour map, or undecodable LZW data
     ST_UNMAPPABLE = -10,        // a pixel that cannot be mapped to a palette index
+    ST_LIMIT_EXCEEDED = -11,    // a GIF that needs more than the reading limits allow
     ST_NOT_IMPLEMENTED = -100,  // an operation that the class does not support
 };
 

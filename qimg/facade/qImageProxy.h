@@ -28,6 +28,9 @@ class qIDirectImage;
 class qIFileR;
 class qIIndexColor;
 class qIIndexImage;
+class qGifAnimation;
+class qGifPushReader;
+struct qGifReadOptions;
 class qIMonitor;
 class qImageEdit;
 
@@ -72,6 +75,15 @@ public:
     // memory the caller holds). The source is read from its current position and not closed.
     // ST_BAD_ARGUMENT (proxy unchanged) for a null source; otherwise as above.
     int read_gif(qIFileR* source, qIMonitor* monitor);
+    // Both with reading rules and limits (qGifReadOptions): ST_LIMIT_EXCEEDED for a stream beyond
+    // a limit before any complete frame; otherwise as above.
+    int read_gif(const char* path, qIMonitor* monitor, const qGifReadOptions& options);
+    int read_gif(qIFileR* source, qIMonitor* monitor, const qGifReadOptions& options);
+    // Holds the animation a push reader has read, once the data have ended: the reader's end()
+    // status under the rules above (frames complete before a cut or a stop are kept). The
+    // reader is left waiting for begin(). ST_BAD_ARGUMENT (proxy unchanged) for a null reader
+    // or one that was not begun.
+    int read_gif(qGifPushReader* reader);
 
     // ---- queries ---------------------------------------------------------------------------
     // The proxy holds a usable image.
@@ -135,6 +147,8 @@ public:
 private:
     // Destroys the held component.
     void clear();
+    // Holds `animation` (taken over), read with status `rc`, under read_gif's rules; the result.
+    int hold_read(qGifAnimation* animation, int rc);
     // Takes `leaf` (already filled) into a new frame and holds it; frees it on failure.
     int hold_in_frame(qIComponent* leaf);
     // The held component as a frame, animation or palette side; null when it is none.

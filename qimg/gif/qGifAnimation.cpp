@@ -27,6 +27,8 @@ void qGifAnimation::reset() {
     global_colormap_ = nullptr;
     screen_size_ = qSize();
     background_ = -1;
+    version_ = 0;
+    pixel_aspect_ = 0;
     current_ = 0;
     loop_count_ = 1;
 }
@@ -67,11 +69,17 @@ int qGifAnimation::copy_from(const qGifAnimation* source) {
     }
     screen_size_ = source->screen_size_;
     background_ = source->background_;
+    version_ = source->version_;
+    pixel_aspect_ = source->pixel_aspect_;
     current_ = source->current_;
     loop_count_ = source->loop_count_;
     passes_ = source->passes_;
     if (rc != 0) reset();
     return rc;
+}
+
+const char* qGifAnimation::version() const {
+    return version_ == 89 ? "89a" : version_ == 87 ? "87a" : "";
 }
 
 qGifFrame* qGifAnimation::frame(int index) const {

@@ -19,11 +19,13 @@
 #include "qimg/core/qComponent.h"
 #include "qimg/core/qExport.h"
 #include "qimg/core/qIndexColor.h"
+#include "qimg/gif/qGifReadOptions.h"
 #include "qimg/gif/qObjArray.h"
 
 class qColormap;
 class qGifControl;
 class qGifFrame;
+class qGifStreamParser;
 class qIFileR;
 
 class QIMG_API qGifAnimation : public qIAnimation, public qIIndexColor {
@@ -45,6 +47,9 @@ public:
     // ST_UNDECODABLE undecodable image data. Whatever was read before an error stays: screen,
     // global map, loop count, comments, complete frames.
     int read(qIFileR* source, qIMonitor* monitor);
+    // The same, with reading rules and limits (qGifReadOptions); ST_LIMIT_EXCEEDED for a stream
+    // beyond a limit. read(source, monitor) reads with the default options.
+    int read(qIFileR* source, qIMonitor* monitor, const qGifReadOptions& options);
     // The header, the logical screen descriptor and the global colour table. ST_OK, ST_NO_MEMORY,
     // ST_READ_ERROR, ST_BAD_FORMAT.
     int read_header(qIFileR* source);
@@ -59,7 +64,8 @@ public:
     int read_comment(qIFileR* source, qObjArray<char>* comment);
 
     // Destroys every frame, every comment and the global colour map; screen (0, 0), background
-    // -1, current frame 0, loop count 1. The count of completed passes is kept.
+    // -1, no version, aspect byte 0, current frame 0, loop count 1. The count of completed passes
+    // is kept.
     void reset();
     // Empties this animation, then makes it a deep copy of `source`, whose frames then refer
     // to this animation's own copy of the global map. ST_OK; ST_BAD_ARGUMENT for a null or invalid
@@ -72,6 +78,11 @@ public:
     const qObjArray<char>* comment(int index) const;
     const qColormap* global_colormap() const { return global_colormap_; }
     int background() const { return background_; }
+    // The header's version, "87a" or "89a"; "" before a header was read.
+    const char* version() const;
+    // The screen descriptor's pixel aspect ratio byte as stored: 0 for none, else the aspect
+    // (width / height) is (byte + 15) / 64.
+    int pixel_aspect() const { return pixel_aspect_; }
     // Passes to play: 1 by default, n + 1 for a looping count n, -1 for endless.
     int loop_count() const { return loop_count_; }
     int passes() const { return passes_; }
@@ -121,18 +132,18 @@ public:
     int min_t_index() const override;
 
 private:
+    friend class qGifStreamParser;  // fills the animation as the stream is read
+
     // The frame under the cursor, or null.
     qGifFrame* current() const;
-    // One image after its 0x2C introducer, appended to the frames when complete.
-    int read_image(qIFileR* source, const qGifControl* control, qIMonitor* monitor);
-    // One comment extension, appended to the comments when complete.
-    int read_comment_block(qIFileR* source);
 
     qObjArray<qGifFrame*> frames_;
     qObjArray<qObjArray<char>*> comments_;
     qSize screen_size_;
     qColormap* global_colormap_ = nullptr;
     int background_ = -1;
+    int version_ = 0;  // 87 or 89 once read
+    int pixel_aspect_ = 0;
     int current_ = 0;
     int loop_count_ = 1;
     int passes_ = 0;

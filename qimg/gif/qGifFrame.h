@@ -18,7 +18,9 @@
 
 class qColormap;
 class qGifControl;
+class qGifStreamParser;
 class qIFileR;
+struct qGifColorTable;
 class qIndexImage;
 class qLzwDecoder;
 
@@ -131,12 +133,29 @@ public:
     int min_t_index() const override;
 
 private:
+    friend class qGifStreamParser;  // reads an image in the same steps as read(), piece by piece
+
+    // The steps of read(): the descriptor's offset and interlace flag, the local colour table
+    // and a copy of the control record (`control` may be null).
+    int start(const unsigned char* descriptor, const qGifColorTable& table,
+              const qGifControl* control);
+    static qSize descriptor_size(const unsigned char* descriptor);
+    // The local colour map when there is one, else `global_colormap`.
+    const qIColormap* image_colormap(const qIColormap* global_colormap) const;
+    // Starts `decoder` on the image data of an image of `size`; for rows stored in order,
+    // `*image` is the new index image the decoder fills directly (else null). ST_OK,
+    // ST_UNSUPPORTED (too large), ST_NO_MEMORY.
+    int start_data(qSize size, int min_code_size, qLzwDecoder* decoder, qIndexImage** image);
+    // After the last data sub-block: makes `image` (taken over) the frame's index image.
+    // `browser_rules`: see qGifReadOptions.
+    int finish_data(qLzwDecoder* decoder, qIndexImage* image, qSize size,
+                    const qIColormap* colormap, int transparent, bool browser_rules);
+
     // The given-map form with the mapping of `palette_kind` (qIndexImage::map_from_image).
     int reduce_to(const qIColormap* colormap, qCmapType palette_kind, qQuantizer quantizer,
                   bool opaque, float color_strength, float alpha_strength, qIMonitor* monitor);
     int fail(int code);
-    // Feeds the data sub-blocks to `decoder` and finishes it; 0, 1, ST_READ_ERROR or
-    // ST_UNDECODABLE.
+    // Feeds the data sub-blocks to `decoder`; 0, 1, ST_READ_ERROR or ST_UNDECODABLE.
     int decode_data(qIFileR* source, qLzwDecoder* decoder, qIMonitor* monitor);
     void place_rows(const qLzwDecoder& decoder, qIndexImage* image, bool direct) const;
 

@@ -24,30 +24,38 @@ int qGifFrame::read(qIFileR* source, const qIColormap* global_colormap, const qG
     unsigned char descriptor[kGifImageDescriptorBytes];
     if (source->read(descriptor, kGifImageDescriptorBytes) != kGifImageDescriptorBytes)
         return ST_READ_ERROR;
-    offset_ = qPoint(q_gif_u16(descriptor), q_gif_u16(descriptor + 2));
-    const qSize size(q_gif_u16(descriptor + 4), q_gif_u16(descriptor + 6));
-    const unsigned char packed = descriptor[8];
-    interlaced_ = (packed & kGifInterlacedFlag) != 0;
-
     qGifColorTable table;
-    if (const int rc = q_gif_read_color_table(source, packed, &table); rc != ST_OK) return rc;
+    if (const int rc = q_gif_read_color_table(source, descriptor[8], &table); rc != ST_OK)
+        return rc;
+    if (const int rc = start(descriptor, table, control); rc != ST_OK) return rc;
+    return decode_image(source, descriptor_size(descriptor), image_colormap(global_colormap),
+                        control != nullptr ? control->transparent : -1, monitor);
+}
+
+qSize qGifFrame::descriptor_size(const unsigned char* descriptor) {
+    return qSize(q_gif_u16(descriptor + 4), q_gif_u16(descriptor + 6));
+}
+
+int qGifFrame::start(const unsigned char* descriptor, const qGifColorTable& table,
+                     const qGifControl* control) {
+    offset_ = qPoint(q_gif_u16(descriptor), q_gif_u16(descriptor + 2));
+    interlaced_ = (descriptor[8] & kGifInterlacedFlag) != 0;
     if (table.entries > 0) {
         local_colormap_ = q_new<qColormap>();
         if (local_colormap_ == nullptr) return fail(ST_NO_MEMORY);
         if (const int rc = q_gif_fill_colormap(table, local_colormap_); rc != ST_OK)
             return fail(rc);
     }
-
-    int transparent = -1;
     if (control != nullptr) {
         control_ = q_new<qGifControl>(*control);
         if (control_ == nullptr) return fail(ST_NO_MEMORY);
-        transparent = control->transparent;
     }
-    const qIColormap* colormap = local_colormap_ != nullptr
-                                     ? static_cast<const qIColormap*>(local_colormap_)
-                                     : global_colormap;
-    return decode_image(source, size, colormap, transparent, monitor);
+    return ST_OK;
+}
+
+const qIColormap* qGifFrame::image_colormap(const qIColormap* global_colormap) const {
+    return local_colormap_ != nullptr ? static_cast<const qIColormap*>(local_colormap_)
+                                      : global_colormap;
 }
 
 int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* colormap,
@@ -55,6 +63,18 @@ int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* color
     if (source == nullptr) return ST_BAD_ARGUMENT;
     unsigned char min_code_size;
     if (source->read(&min_code_size, 1) != 1) return ST_READ_ERROR;
+    qLzwDecoder decoder;
+    qIndexImage* image = nullptr;
+    int rc = start_data(size, min_code_size, &decoder, &image);
+    if (rc == ST_OK) rc = decode_data(source, &decoder, monitor);
+    if (rc == ST_OK) return finish_data(&decoder, image, size, colormap, transparent, false);
+    delete image;
+    return rc;
+}
+
+int qGifFrame::start_data(qSize size, int min_code_size, qLzwDecoder* decoder,
+                          qIndexImage** image) {
+    *image = nullptr;
     const int width = size.width > 0 ? size.width : 0;
     const int height = size.height > 0 ? size.height : 0;
     // An image whose buffer the index image would refuse (above 2^31 - 1 bytes) is refused now,
@@ -69,39 +89,50 @@ int qGifFrame::decode_image(qIFileR* source, qSize size, const qIColormap* color
     // Either way the decoder stores no more than the image's pixels, and the image's buffer
     // starts zeroed from pages nobody has touched, so what a declared size costs follows what
     // the data fill.
-    qLzwDecoder decoder;
-    qIndexImage* image = nullptr;
-    const bool direct = pixels > 0 && !interlaced_;
-    if (direct) {
-        image = q_new<qIndexImage>();
-        if (image == nullptr) return fail(ST_NO_MEMORY);
-        const int rc = image->Create_buffer(qSize(width, height), PT_INDEX8);
+    if (pixels > 0 && !interlaced_) {
+        qIndexImage* direct = q_new<qIndexImage>();
+        if (direct == nullptr) return fail(ST_NO_MEMORY);
+        const int rc = direct->Create_buffer(qSize(width, height), PT_INDEX8);
         if (rc != 0) {
-            delete image;
+            delete direct;
             return fail(rc);
         }
-        decoder.init_into(min_code_size, image->pixel_address(0, 0),
-                          q_buffer_bytes(width, height, PT_INDEX8));
+        decoder->init_into(min_code_size, direct->pixel_address(0, 0),
+                           q_buffer_bytes(width, height, PT_INDEX8));
+        *image = direct;
     } else {
-        decoder.init_capped(min_code_size, static_cast<unsigned int>(pixels));
+        decoder->init_capped(min_code_size, static_cast<unsigned int>(pixels));
     }
-    const int rc = decode_data(source, &decoder, monitor);
-    if (rc != 0) {
-        delete image;
-        return rc;
-    }
+    return ST_OK;
+}
 
+int qGifFrame::finish_data(qLzwDecoder* decoder, qIndexImage* image, qSize size,
+                           const qIColormap* colormap, int transparent, bool browser_rules) {
+    decoder->finish();
+    const bool decoded = decoder->output() != nullptr && decoder->output_size() > 0;
+    // As browsers show them, an image without pixels or without data is a frame that draws
+    // nothing.
+    if (browser_rules && (!decoded || size.width <= 0 || size.height <= 0)) {
+        delete image;
+        return ST_OK;
+    }
+    if (!decoded) {
+        delete image;
+        return ST_UNDECODABLE;
+    }
+    const bool direct = image != nullptr;
     if (!direct) {
         image = q_new<qIndexImage>();
         if (image == nullptr) return fail(ST_NO_MEMORY);
-        const int created = image->Create_buffer(qSize(width, height), PT_INDEX8);
+        const int created = image->Create_buffer(size, PT_INDEX8);
         if (created != 0) {
             delete image;
             return fail(created);
         }
     }
-    place_rows(decoder, image, direct);
-    const int linked = image->set_colormap(colormap, transparent);
+    place_rows(*decoder, image, direct);
+    const int linked = browser_rules ? image->set_colormap_keeping(colormap, transparent)
+                                     : image->set_colormap(colormap, transparent);
     if (linked != 0) {
         delete image;
         return fail(linked);
@@ -128,9 +159,7 @@ int qGifFrame::decode_data(qIFileR* source, qLzwDecoder* decoder, qIMonitor* mon
         const int total = size > 0 ? q_max(size, done) : done;
         return monitor->progress(done, static_cast<int>(total), 0, 1) ? ST_OK : ST_CANCELLED;
     });
-    if (rc != ST_OK) return rc;
-    decoder->finish();
-    return decoder->output() == nullptr || decoder->output_size() == 0 ? ST_UNDECODABLE : 0;
+    return rc;
 }
 
 // Puts the decoded indices into the image's rows, `width` per row from the output's start, in

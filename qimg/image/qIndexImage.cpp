@@ -52,6 +52,14 @@ int qIndexImage::set_colormap(const qIColormap* colormap, int transparent_index)
     return 0;
 }
 
+int qIndexImage::set_colormap_keeping(const qIColormap* colormap, int transparent_index) {
+    const int rc = set_colormap(colormap, transparent_index);
+    if (rc == 0 && transparent_index >= 0 && transparent_index <= 255) {
+        transparent_ = transparent_index;
+    }
+    return rc;
+}
+
 int qIndexImage::copy_from(const qIIndexImage* source, const qIColormap* colormap) {
     clear();
     if (!source) return ST_BAD_ARGUMENT;

@@ -39,6 +39,9 @@ public:
     // keeps the stored one. ST_OK; ST_BAD_ARGUMENT for a null map or one without entries (nothing
     // changes).
     int set_colormap(const qIColormap* colormap, int transparent_index);
+    // The same, but a transparent index at or past the map's end (up to 255) is kept too: the
+    // map lacks that entry, and pixels of that index draw transparent (as browsers show GIFs).
+    int set_colormap_keeping(const qIColormap* colormap, int transparent_index);
     // Empties the image, then copies the indices of `source` and refers to `colormap`, or to
     // the source's own map when `colormap` is null; the transparent index becomes the source's
     // min_t_index(). `colormap` must hold the same entries as the source's map: indices are

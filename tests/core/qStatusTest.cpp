@@ -9,7 +9,7 @@
 namespace {
 
 TEST(qStatusTest, EveryCodeHasATextOfItsOwn) {
-    const std::set<int> codes = {2, 1, 0, -1, -3, -5, -6, -8, -9, -10, -100};
+    const std::set<int> codes = {2, 1, 0, -1, -3, -5, -6, -8, -9, -10, -11, -100};
     std::set<std::string> texts;
     for (int status = -101; status <= 3; ++status) {
         const std::string text = status_text(status);

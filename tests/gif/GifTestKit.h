@@ -14,7 +14,11 @@
 
 #include "qimg/core/qPixel.h"
 #include "qimg/gif/qGifAnimation.h"
+#include "qimg/gif/qGifControl.h"
+#include "qimg/gif/qGifFrame.h"
 #include "qimg/image/qFrameComposer.h"
+#include "qimg/image/qIndexImage.h"
+#include "qimg/palette/qColormap.h"
 #include "qimg/raster/qImageEdit.h"
 
 namespace gif_test {
@@ -162,6 +166,42 @@ private:
     static unsigned char hi(int v) { return static_cast<unsigned char>((v >> 8) & 255); }
     Bytes bytes_;
 };
+
+// The colours of a map (none for null) as bytes.
+inline std::string colours(const qColormap* map) {
+    const char* entries = map ? reinterpret_cast<const char*>(map->colors()) : "";
+    return std::string(entries, map ? 4 * size_t(map->num_colors()) : 0);
+}
+
+// Everything one frame holds, as bytes: rectangle, control, local colours, transparent index and
+// indices. Equal digests mean equal frames.
+inline std::string frame_digest(const qGifFrame& frame) {
+    const qRect r = frame.frame_rect();
+    const qGifControl* c = frame.control();
+    std::string out =
+        std::to_string(r.x) + "," + std::to_string(r.y) + "," + std::to_string(r.width) + "x" +
+        std::to_string(r.height) + " " +
+        (c ? std::to_string(c->disposal * 100000 + c->delay) + "/" + std::to_string(c->transparent)
+           : "") +
+        colours(frame.local_colormap());
+    if (frame.image() == nullptr) return out + "no pixels";
+    out += std::to_string(frame.image()->transparent_index()) + ":";
+    for (int y = 0; y < r.height; ++y)
+        out.append(reinterpret_cast<const char*>(frame.image()->pixel_address(y, 0)), r.width);
+    return out;
+}
+
+// A reading's outcome: its status and everything the animation holds.
+inline std::string digest(int status, qGifAnimation& animation) {
+    std::string out = std::to_string(status) + " " + std::to_string(animation.size().width) + "x" +
+                      std::to_string(animation.size().height) + " " +
+                      std::to_string(animation.loop_count()) + animation.version() +
+                      colours(animation.global_colormap());
+    for (int i = 0; i < animation.num_comments(); ++i)
+        out += "#" + std::to_string(animation.comment(i)->count());
+    for (int f = 0; f < animation.num_frames(); ++f) out += "|" + frame_digest(*animation.frame(f));
+    return out;
+}
 
 // Every frame of `animation` as a viewer shows it (composed with the disposal methods), BGRA
 // rows of the screen's width, one picture after another.

@@ -44,22 +44,13 @@ struct Reference {
 
 // Walks the extension blocks giflib saved before one image (or after the last one) the way a
 // block-by-block reader meets them. giflib hands an image the last graphic control saved before
-// it; qimg applies a graphic control only to an image that follows it directly, so the walk
-// drops a control that another extension follows.
+// it, whatever other extensions stand between them, as qimg's browser rules do.
 inline void walk_extensions(const ExtensionBlock* blocks, int count, Reference* ref,
                             ReferenceFrame* frame) {
     bool looping_app = false;
     for (int i = 0; i < count; ++i) {
         const ExtensionBlock& b = blocks[i];
         if (b.Function == CONTINUE_EXT_FUNC_CODE) continue;  // data of the block before
-        if (frame != nullptr) {
-            // Any other block between a graphic control and its image cancels the control.
-            // ImageMagick, for one, writes the looping extension between the first frame's
-            // graphic control and its image, so that frame has no control here.
-            frame->has_control = false;
-            frame->delay = frame->disposal = 0;
-            frame->transparent = -1;
-        }
         if (b.Function == GRAPHICS_EXT_FUNC_CODE && frame != nullptr && b.ByteCount == 4) {
             frame->has_control = true;
             frame->disposal = (b.Bytes[0] >> 2) & 7;

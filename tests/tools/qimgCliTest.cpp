@@ -92,6 +92,8 @@ TEST_F(qimgCliTest, InfoDescribesEveryFrame) {
         std::string::npos);
     EXPECT_NE(r.out.find("16 entries, background index 0\n  comment: made by qimg's sample"),
               std::string::npos);
+    const CliRun piped = run("info - < " + kSample.string());  // through the push reader
+    EXPECT_EQ(piped.out.substr(piped.out.find(':')), r.out.substr(r.out.find(':')));
     const CliRun json = run("info --json " + kSample.string());
     EXPECT_EQ(json.status, 0);
     EXPECT_NE(json.out.find("\"frame_count\": 5"), std::string::npos) << json.out;
@@ -254,7 +256,7 @@ TEST_F(qimgCliTest, EveryTroubleGetsItsExitStatusAndAMessageToActOn) {
         {"",              "info " + cut,                                                                 0, "cut.gif: warning: truncated: 2 of the frames were read"},
         {"",              "--strict render " + cut + " -o " + path("x.png"),                             1, "error: truncated: 2 of the"                            },
         {"",              "info " + path("head.gif"),                                                    1, "truncated: the file ends before its first image"       },
-        {"",              "render " + big + " -o " + path("x.png"),                                      1, "too large: the screen of 65535 x 65535"                },
+        {"",              "render " + big + " -o " + path("x.png"),                                      1, "too large: beyond the reading limits"                },
         {"",              "render " + sample + " -o /dev/full",                                          1, "/dev/full: cannot write: No space left"                },
         {"ulimit -f 1; ", "render " + sample + " --scale 9 -o " + kept,                                  1,
          "kept.png: cannot write: File too large"                                                                                                                   },
@@ -285,6 +287,9 @@ TEST_F(qimgCliTest, EveryTroubleGetsItsExitStatusAndAMessageToActOn) {
         {"",              "encode -o out.gif",                                                           2, "encode needs FRAME.png"                                },
         {"",              "resave " + sample + " " + sample + " -o out.gif",                             2, "one input file only"                                   },
         {"",              "resave " + sample + " -o out.gif --loop -1",                                  2, "--loop: '-1'"                                          },
+        {"",              "info - < " + cut,                                                             0, "-: warning: truncated: 2 of the frames were read"      },
+        {"",              "--max-pixels 255 info " + sample,                                             1, "too large: beyond the reading limits"                      },
+        {"",              "info " + sample + " --max-pixels 0",                                          2, "--max-pixels"                                          },
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.arguments);
