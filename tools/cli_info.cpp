@@ -56,9 +56,13 @@ std::string comment_text(const qGifAnimation& gif, int index) {
 
 void print_text(const std::string& path, qGifAnimation& gif) {
     const qSize screen = gif.size();
-    std::printf("%s: GIF, screen %d x %d, %d frame%s, plays %s%s\n", path.c_str(), screen.width,
-                screen.height, gif.num_frames(), gif.num_frames() == 1 ? "" : "s",
+    std::printf("%s: GIF%s, screen %d x %d, %d frame%s, plays %s%s\n", path.c_str(), gif.version(),
+                screen.width, screen.height, gif.num_frames(), gif.num_frames() == 1 ? "" : "s",
                 loop_text(gif.loop_count()).c_str(), gif.loop_count() == 1 ? " time" : "");
+    // The aspect byte stores (width / height) * 64 - 15; 0 means square pixels, say nothing.
+    if (gif.pixel_aspect() != 0)
+        std::printf("  pixel aspect ratio %g (byte %d)\n", (gif.pixel_aspect() + 15) / 64.0,
+                    gif.pixel_aspect());
     if (const qIColormap* global = gif.global_colormap())
         std::printf("  global colour table: %d entries, background index %d\n",
                     global->num_colors(), gif.background());
@@ -102,8 +106,9 @@ std::string json_string(const std::string& text) {
 void print_json(const std::string& path, qGifAnimation& gif) {
     const qSize screen = gif.size();
     const int global = gif.global_colormap() ? gif.global_colormap()->num_colors() : 0;
-    std::printf("{\n  \"file\": %s,\n  \"width\": %d,\n  \"height\": %d,\n",
-                json_string(path).c_str(), screen.width, screen.height);
+    std::printf("{\n  \"file\": %s,\n  \"version\": \"%s\",\n  \"width\": %d,\n  \"height\": %d,\n",
+                json_string(path).c_str(), gif.version(), screen.width, screen.height);
+    std::printf("  \"pixel_aspect\": %d,\n", gif.pixel_aspect());
     // plays: how many times the animation runs, -1 for forever (a looping count of 0 in the file).
     std::printf("  \"plays\": %d,\n  \"global_colors\": %d,\n  \"background\": %d,\n",
                 gif.loop_count(), global, gif.background());

@@ -86,7 +86,8 @@ std::vector<std::vector<unsigned char>> composed_frames(const std::string& file)
 TEST_F(qimgCliTest, InfoDescribesEveryFrame) {
     const CliRun r = run("info " + kSample.string());
     EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("screen 96 x 64, 5 frames, plays forever"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("GIF89a, screen 96 x 64, 5 frames, plays forever"), std::string::npos)
+        << r.out;
     EXPECT_NE(
         r.out.find("    1  24x24+8+14              400ms        2           3 4 local      yes"),
         std::string::npos);
@@ -97,6 +98,7 @@ TEST_F(qimgCliTest, InfoDescribesEveryFrame) {
     const CliRun json = run("info --json " + kSample.string());
     EXPECT_EQ(json.status, 0);
     EXPECT_NE(json.out.find("\"frame_count\": 5"), std::string::npos) << json.out;
+    EXPECT_NE(json.out.find("\"version\": \"89a\""), std::string::npos) << json.out;
     EXPECT_NE(json.out.find("\"delay_ms\": 600, \"disposal\": 1, \"transparent\": -1, "
                             "\"colors\": 16, \"local_colors\": false, \"interlaced\": false}"),
               std::string::npos);
@@ -256,7 +258,7 @@ TEST_F(qimgCliTest, EveryTroubleGetsItsExitStatusAndAMessageToActOn) {
         {"",              "info " + cut,                                                                 0, "cut.gif: warning: truncated: 2 of the frames were read"},
         {"",              "--strict render " + cut + " -o " + path("x.png"),                             1, "error: truncated: 2 of the"                            },
         {"",              "info " + path("head.gif"),                                                    1, "truncated: the file ends before its first image"       },
-        {"",              "render " + big + " -o " + path("x.png"),                                      1, "too large: beyond the reading limits"                },
+        {"",              "render " + big + " -o " + path("x.png"),                                      1, "too large: beyond the reading limits"                  },
         {"",              "render " + sample + " -o /dev/full",                                          1, "/dev/full: cannot write: No space left"                },
         {"ulimit -f 1; ", "render " + sample + " --scale 9 -o " + kept,                                  1,
          "kept.png: cannot write: File too large"                                                                                                                   },
@@ -288,7 +290,7 @@ TEST_F(qimgCliTest, EveryTroubleGetsItsExitStatusAndAMessageToActOn) {
         {"",              "resave " + sample + " " + sample + " -o out.gif",                             2, "one input file only"                                   },
         {"",              "resave " + sample + " -o out.gif --loop -1",                                  2, "--loop: '-1'"                                          },
         {"",              "info - < " + cut,                                                             0, "-: warning: truncated: 2 of the frames were read"      },
-        {"",              "--max-pixels 255 info " + sample,                                             1, "too large: beyond the reading limits"                      },
+        {"",              "--max-pixels 255 info " + sample,                                             1, "too large: beyond the reading limits"                  },
         {"",              "info " + sample + " --max-pixels 0",                                          2, "--max-pixels"                                          },
     };
     for (const Case& c : cases) {
