@@ -67,7 +67,9 @@ test32:
 	    -DQIMG_TEST_HOOKS=ON -DQIMG_GTEST_SOURCE_DIR=/usr/src/googletest \
 	    -DQIMG_BUILD_TOOLS=OFF -DQIMG_BUILD_EXAMPLES=OFF
 	cmake --build build/test32 -j$(JOBS)
-	ctest --test-dir build/test32 --output-on-failure -j$(JOBS)
+	# A 32-bit process cannot hold the 2 GB frames some fuzz inputs declare: there the allocation
+	# fails and the library answers with its status, so ASan must return null instead of aborting.
+	ASAN_OPTIONS=allocator_may_return_null=1 ctest --test-dir build/test32 --output-on-failure -j$(JOBS)
 
 # The demo's pictures go to demo-output/.
 DEMO_OUT := demo-output
