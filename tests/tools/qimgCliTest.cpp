@@ -262,6 +262,9 @@ TEST_F(qimgCliTest, EveryTroubleGetsItsExitStatusAndAMessageToActOn) {
         {"",              "render " + sample + " -o /dev/full",                                          1, "/dev/full: cannot write: No space left"                },
         {"ulimit -f 1; ", "render " + sample + " --scale 9 -o " + kept,                                  1,
          "kept.png: cannot write: File too large"                                                                                                                   },
+ // sysfs refuses new files even to root: a directory nobody may write into.
+        {"",              "render " + sample + " -o /sys/qimg-cli-test.png",                             1,
+         "qimg-cli-test.png: cannot create a file beside it"                                                                                                        },
         {"",              "resave " + sample + " -o " + path("no-dir/x.gif"),                            1, "no-dir/x.gif: cannot create"                           },
         {"",              "render " + sample + " --frame 5 -o " + path("x.png"),                         1,
          "has 5 frames; there is no frame 5"                                                                                                                        },
