@@ -4,6 +4,8 @@
 // with is named here once.
 #pragma once
 
+#include <cstring>
+
 // Block introducers, read where the next block is expected.
 inline constexpr unsigned char kGifExtensionIntroducer = 0x21;
 inline constexpr unsigned char kGifImageIntroducer = 0x2C;
@@ -61,4 +63,20 @@ inline constexpr qGifInterlacePass kGifInterlacePasses[4] = {
 // Unsigned little-endian 16-bit number, as every multi-byte field of the format is stored.
 inline int q_gif_u16(const unsigned char* bytes) {
     return bytes[0] | (bytes[1] << 8);
+}
+
+// The version a header's 6 bytes name: 87 or 89; 0 when they are not a GIF signature.
+inline int q_gif_version(const unsigned char* header) {
+    if (std::memcmp(header, kGifSignature89a, kGifHeaderBytes) == 0) return 89;
+    if (std::memcmp(header, kGifSignature87a, kGifHeaderBytes) == 0) return 87;
+    return 0;
+}
+
+// The loop count that the first data sub-block (`n` bytes) of the looping application extension
+// gives, or 0 when the sub-block is not the looping one. Its count says how often to repeat
+// after the first play, 0 for ever: plays, or -1 for ever.
+inline int q_gif_loop_count(const unsigned char* block, int n) {
+    if (n != kGifLoopingSubBlockBytes || block[0] != kGifLoopingSubBlockId) return 0;
+    const int repeats = q_gif_u16(block + 1);
+    return repeats == 0 ? -1 : repeats + 1;
 }

@@ -62,14 +62,14 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor, const qGifReadOptio
 int qGifAnimation::read_header(qIFileR* source) {
     unsigned char header[kGifHeaderBytes];
     if (!q_gif_read_exact(source, header, kGifHeaderBytes)) return ST_READ_ERROR;
-    if (std::memcmp(header, kGifSignature87a, kGifHeaderBytes) != 0 &&
-        std::memcmp(header, kGifSignature89a, kGifHeaderBytes) != 0) {
-        return ST_BAD_FORMAT;
-    }
+    const int version = q_gif_version(header);
+    if (version == 0) return ST_BAD_FORMAT;
     unsigned char screen[kGifScreenBytes];
     if (!q_gif_read_exact(source, screen, kGifScreenBytes)) return ST_READ_ERROR;
+    version_ = version;
     screen_size_ = qSize(q_gif_u16(screen), q_gif_u16(screen + 2));
     background_ = screen[5];
+    pixel_aspect_ = screen[6];
     qGifColorTable table;
     if (const int rc = q_gif_read_color_table(source, screen[4], &table); rc != ST_OK) return rc;
     if (table.entries == 0) return ST_OK;
@@ -105,11 +105,7 @@ int qGifAnimation::read_application(qIFileR* source) {
     if (!read_byte(source, &n)) return ST_READ_ERROR;
     if (n == 0) return 0;
     if (!q_gif_read_exact(source, block, n)) return ST_READ_ERROR;
-    if (looping && n == kGifLoopingSubBlockBytes && block[0] == kGifLoopingSubBlockId) {
-        // The count says how often to repeat after the first play; 0 repeats for ever.
-        const int repeats = q_gif_u16(block + 1);
-        loop_count_ = repeats == 0 ? -1 : repeats + 1;
-    }
+    if (const int plays = looping ? q_gif_loop_count(block, n) : 0; plays != 0) loop_count_ = plays;
     return skip_sub_blocks(source);
 }
 

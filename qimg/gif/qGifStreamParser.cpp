@@ -148,11 +148,8 @@ int qGifStreamParser::step(const unsigned char* bytes) {
 }
 
 int qGifStreamParser::on_header(const unsigned char* bytes) {
-    if (std::memcmp(bytes, kGifSignature87a, kGifHeaderBytes) != 0 &&
-        std::memcmp(bytes, kGifSignature89a, kGifHeaderBytes) != 0) {
-        return ST_BAD_FORMAT;
-    }
-    animation_->version_ = bytes[4] == '9' ? 89 : 87;
+    animation_->version_ = q_gif_version(bytes);
+    if (animation_->version_ == 0) return ST_BAD_FORMAT;
     expect(kScreen, kGifScreenBytes);
     return ST_OK;
 }
@@ -237,11 +234,8 @@ int qGifStreamParser::on_app_id(const unsigned char* bytes) {
 }
 
 int qGifStreamParser::on_app_data(const unsigned char* bytes) {
-    if (looping_id_ && wanted_ == kGifLoopingSubBlockBytes && bytes[0] == kGifLoopingSubBlockId) {
-        // The count says how often to repeat after the first play; 0 repeats for ever.
-        const int repeats = q_gif_u16(bytes + 1);
-        animation_->loop_count_ = repeats == 0 ? -1 : repeats + 1;
-    }
+    if (const int plays = looping_id_ ? q_gif_loop_count(bytes, wanted_) : 0; plays != 0)
+        animation_->loop_count_ = plays;
     expect_sub_blocks(kSkipData);
     return ST_OK;
 }
