@@ -32,6 +32,8 @@ std::string status_message(int status, bool reading) {
                 return "damaged: the GIF block layout is broken";
             case ST_UNDECODABLE:
                 return "damaged: image data that cannot be decoded";
+            case ST_LIMIT_EXCEEDED:
+                return "too large: beyond the reading limits (--max-pixels, --max-memory)";
         }
     }
     if (status == ST_NO_MEMORY) return "too large: not enough memory";
@@ -158,9 +160,6 @@ int load_gif(const std::string& path, LoadedGif& gif) {
     const int status = path == "-" ? read_standard_input(gif.animation, options, &progress)
                                    : gif.animation.read(&file, &progress, options);
     progress.finish();
-    if (status == ST_LIMIT_EXCEEDED && gif.animation.num_frames() == 0)
-        return report_error(path,
-                            "too large: beyond the reading limits (--max-pixels, --max-memory)");
     // The reader keeps the frames read before a stop; a stop asked for is still a stop.
     if (status == ST_CANCELLED || TerminalProgress::interrupted())
         return report_status(path, "reading", ST_CANCELLED);
