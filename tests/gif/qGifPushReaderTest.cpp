@@ -38,6 +38,10 @@ std::string push(const Bytes& bytes, size_t length, size_t piece, qIMonitor* mon
     qGifPushReader reader;
     EXPECT_EQ(reader.push(bytes.data(), 1), ST_BAD_ARGUMENT);  // before begin()
     EXPECT_EQ(reader.begin(kBrowser, monitor), 0);
+    // Hostile sizes are refused and take nothing: the stream below still reads whole.
+    EXPECT_EQ(reader.push(nullptr, 5), ST_BAD_ARGUMENT);
+    EXPECT_EQ(reader.push(bytes.data(), -1), ST_BAD_ARGUMENT);
+    EXPECT_EQ(reader.push(nullptr, 0), ST_OK);
     std::mt19937 random(static_cast<unsigned>(length));
     std::vector<std::string> first_seen;
     for (size_t at = 0; at < length;) {
