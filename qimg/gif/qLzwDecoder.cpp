@@ -27,13 +27,15 @@
 // Speed: the bit buffer is 64 bits wide and is refilled with one unaligned 8-byte load from a
 // staging copy of the input that has zero bytes after its end: while 8 input bytes remain, each
 // code starts with a branch-free refill to 56..63 bits. Literal codes take the same path as
-// string codes: a literal's entry points at its first copy in the output (length 1), so writing
-// any code is one table read and one copy, with no branch on the kind of code; only the first
-// appearance of each literal is written byte-wise. A string whose source lies at least 16 bytes
-// behind its destination and that is at most 16 bytes long (nearly all of them) is one 16-byte
-// move, which may spill up to 15 bytes past the string's end into room the output still has;
-// later strings overwrite the spill. Entries keep pointing at the first copy of their string
-// (the output never changes once written), so sources stay far enough behind for those moves.
+// string codes: a literal's entry points at its byte in a constant block holding every byte
+// value (with 16 spare bytes behind), so writing any code is one table read and one copy, with
+// no branch on the kind of code. A string whose source lies at least 16 bytes away from its
+// destination (nearly all of them) is written by 16-byte moves, which may spill up to 15 bytes
+// past the string's end into room the output still has; later strings overwrite the spill.
+// Entries keep pointing at the first copy of their string (the output never changes once
+// written), so sources stay far enough behind for those moves. Only strings that overlap their
+// source closely (runs of one colour) and strings near the end of the output take the slow path,
+// a call kept out of the loop so that the loop's values stay in registers.
 //
 // The output can be the caller's memory (init_into): the image reader decodes straight into the
 // index image's pixel buffer, so an image costs one buffer and no copy. An image's output is
@@ -44,6 +46,7 @@
 #include "qimg/gif/qLzwDecoder.h"
 
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 #include "qimg/core/qAllocPriv.h"
@@ -65,9 +68,6 @@ constexpr int kSlack = 16;
 constexpr int kStageBytes = 4096;
 // The output block allocated for an image of no declared pixels.
 constexpr int kEmptyImageCapacity = 4088;
-// The offset of a literal's entry until the literal is first written: no copy to take it from.
-// Any count minus this is below 16, so such an entry never takes the 16-byte move.
-constexpr int kUnwritten = INT_MAX;
 // The most indices decoded (stored or not): count + a string's length + kSlack stays inside the
 // int range.
 constexpr int kMaxCapacity = INT_MAX - 2 * 4096 - kSlack;
@@ -78,14 +78,44 @@ inline uint64_t load_le64(const unsigned char* p) {
     return v;  // x86-64 and the other targets of this build are little-endian
 }
 
-// Copies the `length`-byte string at `from` to `to` (from < to), forwards, with the result a
-// byte-by-byte forward copy would give even where the two ranges overlap. Writes whole 16- or
-// 8-byte moves only when `room` (bytes writable at `to`) allows the spill.
+// Every byte value, then 16 spare bytes: the source of a literal's 16-byte move.
+constexpr struct Literals {
+    unsigned char bytes[256 + 16];
+    constexpr Literals() : bytes() {
+        for (int i = 0; i < 256; ++i) bytes[i] = static_cast<unsigned char>(i);
+    }
+} kLiterals;
+
+// A table entry is one 64-bit word: the string's byte offset from the output's start in the
+// high 48 bits (signed: a literal's byte lies anywhere in the address space, which user-space
+// addresses of 47 bits leave room for) and its length (at most 4095) in the low 16.
+inline uint64_t make_entry(int64_t offset, int length) {
+    return (static_cast<uint64_t>(offset) << 16) | static_cast<uint32_t>(length);
+}
+inline int entry_length(uint64_t entry) {
+    return static_cast<int>(entry & 0xFFFF);
+}
+// Addresses are formed on integers: a literal's offset leads outside the output block.
+inline const unsigned char* entry_source(const unsigned char* out, uint64_t entry) {
+    return reinterpret_cast<const unsigned char*>(
+        reinterpret_cast<uintptr_t>(out) +
+        static_cast<uintptr_t>(static_cast<int64_t>(entry) >> 16));
+}
+// How far `to` lies behind `from`, as an unsigned count: a source at or after its destination
+// (a literal's byte in the constant block may be) gives a huge value, and the 16-byte moves are
+// safe for it too.
+inline uintptr_t distance(const unsigned char* to, const unsigned char* from) {
+    return reinterpret_cast<uintptr_t>(to) - reinterpret_cast<uintptr_t>(from);
+}
+
+// Copies the `length`-byte string at `from` to `to`, forwards, with the result a byte-by-byte
+// forward copy would give even where the two ranges overlap. Writes whole 16- or 8-byte moves
+// only when `room` (bytes writable at `to`) allows the spill.
 inline void copy_string(unsigned char* to, const unsigned char* from, int length, int64_t room) {
-    const std::ptrdiff_t distance = to - from;
-    if (distance >= 16 && ((length + 15) & ~15) <= room) {
+    const uintptr_t apart = distance(to, from);
+    if (apart >= 16 && ((length + 15) & ~15) <= room) {
         for (int i = 0; i < length; i += 16) std::memcpy(to + i, from + i, 16);
-    } else if (distance >= 8 && ((length + 7) & ~7) <= room) {
+    } else if (apart >= 8 && ((length + 7) & ~7) <= room) {
         for (int i = 0; i < length; i += 8) std::memcpy(to + i, from + i, 8);
     } else {
         for (int i = 0; i < length; ++i) to[i] = from[i];
@@ -117,8 +147,16 @@ bool qLzwDecoder::start(int min_code_size) {
     initial_width_ = code_width_ = m + 1;
     clear_code_ = previous_ = 1u << m;
     next_code_ = static_cast<int>(clear_code_) + 2;
-    for (uint32_t i = 0; i < clear_code_; ++i) table_[i] = Entry{kUnwritten, 1};
     return usable;
+}
+
+// Literal codes above 255 (code sizes 9..11) write their low byte, as a byte output must.
+void qLzwDecoder::point_literals() {
+    const auto base = static_cast<int64_t>(reinterpret_cast<uintptr_t>(out_));
+    for (uint32_t i = 0; i < clear_code_; ++i) {
+        const auto byte = reinterpret_cast<uintptr_t>(&kLiterals.bytes[i & 255]);
+        table_[i] = make_entry(static_cast<int64_t>(byte) - base, 1);
+    }
 }
 
 void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
@@ -129,6 +167,7 @@ void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
     owned_ = true;
     out_capacity_ = capacity;
     room_ = capacity + kSlack;
+    point_literals();
 }
 
 void qLzwDecoder::init_capped(int min_code_size, unsigned int expected_size) {
@@ -145,6 +184,7 @@ void qLzwDecoder::init_into(int min_code_size, unsigned char* buffer, int capaci
     capped_ = true;
     out_capacity_ = capacity;
     room_ = capacity;
+    point_literals();
 }
 
 // Makes room for `needed` bytes in total, at least doubling the capacity so that a long output
@@ -159,6 +199,14 @@ bool qLzwDecoder::grow(int64_t needed) {
     out_ = block;
     out_capacity_ = static_cast<int>(capacity);
     room_ = out_capacity_ + kSlack;
+    point_literals();  // their offsets are from the output's start
+    return true;
+}
+
+[[gnu::noinline, gnu::cold]] bool qLzwDecoder::write_slowly(uint32_t code, int count) {
+    const int length = entry_length(table_[code]);
+    if (int64_t{count} + length > out_capacity_) return write_past_capacity(code, count);
+    write_string(code, count, length);
     return true;
 }
 
@@ -166,25 +214,18 @@ bool qLzwDecoder::grow(int64_t needed) {
 // capped, writes the part below the cap (if any). False when the output cannot grow or the
 // decoded count would pass kMaxCapacity.
 bool qLzwDecoder::write_past_capacity(uint32_t code, int count) {
-    const int length = table_[code].length;
+    const int length = entry_length(table_[code]);
     if (int64_t{count} + length > kMaxCapacity) return false;
     if (!capped_ && !grow(int64_t{count} + length)) return false;
     const int fits = static_cast<int>(q_min(length, int64_t{out_capacity_} - count));
-    if (fits > 0) write_string(out_ + count, code, count, fits);
+    if (fits > 0) write_string(code, count, fits);
     return true;
 }
 
-// Writes the first `length` bytes of the string of `code` at `to` = output + `count` without
-// the 16-byte shortcut: a literal's first appearance as itself (its copy from now on), any
-// other string by a forward copy that spills only into room the output has.
-void qLzwDecoder::write_string(unsigned char* to, uint32_t code, int count, int length) {
-    Entry& entry = table_[code];
-    if (entry.offset == kUnwritten) {
-        *to = static_cast<unsigned char>(code);
-        entry.offset = count;
-    } else {
-        copy_string(to, out_ + entry.offset, length, int64_t{room_} - count);
-    }
+// Writes the first `length` bytes of the string of `code` at output + `count` by a forward copy
+// that spills only into room the output has.
+void qLzwDecoder::write_string(uint32_t code, int count, int length) {
+    copy_string(out_ + count, entry_source(out_, table_[code]), length, int64_t{room_} - count);
 }
 
 int qLzwDecoder::feed(const unsigned char* data, int length) {
@@ -223,7 +264,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
     int capacity = out_capacity_;
     // Strings that end at or below `limit` leave room for a 16-byte move at their start.
     int limit = room_ - 16 < capacity ? room_ - 16 : capacity;
-    Entry* const table = table_;
+    uint64_t* const table = table_;
     int status = FEED_MORE;
 
     while (prev != end_code) {
@@ -262,34 +303,33 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             status = FEED_FAILED;
             break;
         }
-        const Entry entry = table[prev];
+        const uint64_t entry = table[prev];
+        const int length = entry_length(entry);
         if (next < kMaxCodes) {
-            table[next] = Entry{count, entry.length + 1};
+            table[next] = make_entry(count, length + 1);
             ++next;
             if (static_cast<uint32_t>(next) > mask && next < kMaxCodes) {
                 ++width;
                 mask = mask * 2 + 1;
             }
         }
-        // Near the end of the output: past the capacity the slow path grows it (or keeps what
-        // fits under a cap), and a string is written exactly where a 16-byte move would not fit
-        // (limit <= capacity).
-        if (count + entry.length > capacity) {
-            out_count_ = count;
-            if (!write_past_capacity(prev, count)) {
+        unsigned char* const to = out + count;
+        const unsigned char* const from = entry_source(out, entry);
+        if (count + length <= limit && distance(to, from) >= 16) {
+            // limit <= capacity: the string fits, and so does the spill of the last move.
+            std::memcpy(to, from, 16);
+            for (int i = 16; i < length; i += 16) std::memcpy(to + i, from + i, 16);
+        } else {
+            if (!write_slowly(prev, count)) {
                 status = FEED_FAILED;
                 break;
             }
+            // Growing moves the output.
             out = out_;
             capacity = out_capacity_;
             limit = room_ - 16 < capacity ? room_ - 16 : capacity;
-        } else if (count + entry.length <= limit && count - entry.offset >= 16 &&
-                   entry.length <= 16) {
-            std::memcpy(out + count, out + entry.offset, 16);
-        } else {
-            write_string(out + count, prev, count, entry.length);
         }
-        count += entry.length;
+        count += length;
         prev = code;
         if (code == clear) {
             width = initial_width_;
@@ -316,11 +356,6 @@ void qLzwDecoder::finish() {
     const uint32_t clear = clear_code_;
     const uint32_t pending = previous_;
     if (pending == clear || pending >= static_cast<uint32_t>(next_code_)) return;
-    const int length = table_[pending].length;
-    if (int64_t{out_count_} + length > out_capacity_) {
-        if (!write_past_capacity(pending, out_count_)) return;
-    } else {
-        write_string(out_ + out_count_, pending, out_count_, length);
-    }
-    out_count_ += length;
+    if (!write_slowly(pending, out_count_)) return;
+    out_count_ += entry_length(table_[pending]);
 }
