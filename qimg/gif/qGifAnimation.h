@@ -27,6 +27,7 @@ class qGifControl;
 class qGifFrame;
 class qGifStreamParser;
 class qIFileR;
+class qMemoryR;
 
 class QIMG_API qGifAnimation : public qIAnimation, public qIIndexColor {
 public:
@@ -133,6 +134,7 @@ public:
 
 private:
     friend class qGifStreamParser;  // fills the animation as the stream is read
+    int read_in_place(qMemoryR* source, qGifStreamParser* parser);
 
     // The frame under the cursor, or null.
     qGifFrame* current() const;

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <typeinfo>
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qStatus.h"
@@ -16,6 +17,7 @@
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qGifStreamParserPriv.h"
 #include "qimg/gif/qIFileR.h"
+#include "qimg/gif/qMemoryR.h"
 #include "qimg/palette/qColormap.h"
 
 namespace {
@@ -46,6 +48,11 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor, const qGifReadOptio
     if (source == nullptr) return ST_BAD_ARGUMENT;
     qGifStreamParser parser(this, options, monitor);
     parser.report_positions_of(source);
+    // Bytes already in memory go to the parser in place, without a call to the source per
+    // step; a monitor hears the source's position, so it gets the reads below. A class derived
+    // from qMemoryR may read otherwise: it is read through its calls too.
+    if (monitor == nullptr && typeid(*source) == typeid(qMemoryR))
+        return read_in_place(static_cast<qMemoryR*>(source), &parser);
     unsigned char bytes[kGifMaxColorTableBytes];
     for (int n = parser.wanted(); n > 0; n = parser.wanted()) {
         if (parser.skipping() && skip_bytes(source, n)) {
@@ -57,6 +64,30 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor, const qGifReadOptio
         }
     }
     return parser.status();
+}
+
+// The loop above over bytes in memory, leaving the source where its reads and seeks would: at
+// the trailer's end, or (data cut short) at the end of the data or past it after a skip.
+int qGifAnimation::read_in_place(qMemoryR* source, qGifStreamParser* parser) {
+    int available = 0;
+    const unsigned char* bytes = source->unread(&available);
+    const int64_t start = source->seek(0, SEEK_CUR);
+    int64_t used = 0;
+    int rc = ST_OK;
+    for (int n = parser->wanted(); n > 0; n = parser->wanted()) {
+        if (parser->skipping() && start + used + n <= INT_MAX) {
+            parser->skipped();
+        } else if (used + n <= available) {
+            parser->take(bytes + used);
+        } else {
+            rc = parser->end();
+            if (used < available) used = available;  // a short read takes what is there
+            break;
+        }
+        used += n;
+    }
+    source->seek(static_cast<int>(used), SEEK_CUR);
+    return rc != ST_OK ? rc : parser->status();
 }
 
 int qGifAnimation::read_header(qIFileR* source) {

@@ -108,6 +108,11 @@ inline uintptr_t distance(const unsigned char* to, const unsigned char* from) {
     return reinterpret_cast<uintptr_t>(to) - reinterpret_cast<uintptr_t>(from);
 }
 
+// For a source 1..15 bytes behind its copy: the smallest multiple of that distance that is at
+// least 16.
+constexpr unsigned char kPeriods[16] = {0,  16, 16, 18, 16, 20, 18, 21,
+                                        16, 18, 20, 22, 24, 26, 28, 30};
+
 // Copies the `length`-byte string at `from` to `to`, forwards, with the result a byte-by-byte
 // forward copy would give even where the two ranges overlap. Writes whole 16- or 8-byte moves
 // only when `room` (bytes writable at `to`) allows the spill.
@@ -315,10 +320,25 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
         }
         unsigned char* const to = out + count;
         const unsigned char* const from = entry_source(out, entry);
-        if (count + length <= limit && distance(to, from) >= 16) {
+        const uintptr_t apart = distance(to, from);
+        if (count + length <= limit && apart >= 16) {
             // limit <= capacity: the string fits, and so does the spill of the last move.
             std::memcpy(to, from, 16);
             for (int i = 16; i < length; i += 16) std::memcpy(to + i, from + i, 16);
+        } else if (count + length <= limit) {
+            // A source less than 16 bytes back (the string just written, or a run of one
+            // colour): the first 16 bytes by moves no wider than the distance, so that each
+            // reads only finished bytes; from there on the string repeats itself every
+            // `apart` bytes, so 16-byte moves take it from a whole number of periods back.
+            if (apart >= 8) {
+                std::memcpy(to, from, 8);
+                std::memcpy(to + 8, from + 8, 8);
+            } else {
+                const int first = length < 16 ? length : 16;
+                for (int i = 0; i < first; ++i) to[i] = from[i];
+            }
+            const int back = kPeriods[apart];
+            for (int i = 16; i < length; i += 16) std::memcpy(to + i, to + i - back, 16);
         } else {
             if (!write_slowly(prev, count)) {
                 status = FEED_FAILED;
