@@ -7,8 +7,9 @@
 #include "qimg/palette/qColormap.h"
 
 namespace {
-// Growth steps of the frame and comment lists, and of the bytes of one comment.
-constexpr int kListGrowBy = 256;
+// Growth steps of the frame and comment lists (their blocks grow geometrically beyond), and of
+// the bytes of one comment. Small first blocks: most files have a frame or two.
+constexpr int kListGrowBy = 4;
 constexpr int kCommentGrowBy = 16;
 }  // namespace
 

@@ -47,8 +47,8 @@ int qGifFrame::start(const unsigned char* descriptor, const qGifColorTable& tabl
             return fail(rc);
     }
     if (control != nullptr) {
-        control_ = q_new<qGifControl>(*control);
-        if (control_ == nullptr) return fail(ST_NO_MEMORY);
+        control_record_ = *control;
+        control_ = &control_record_;
     }
     return ST_OK;
 }

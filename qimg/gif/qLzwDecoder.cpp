@@ -64,6 +64,8 @@ enum qFeedResult : int {
 
 // Spare bytes behind the capacity of an owned output block, for the spill of 16-byte moves.
 constexpr int kSlack = 16;
+// Codes taken after each refill of the bit buffer to 56 bits or more (codes are 12 bits at most).
+constexpr int kCodesPerRefill = 4;
 // Input is staged in pieces of this size with 8 zero bytes behind them.
 constexpr int kStageBytes = 4096;
 // The output block allocated for an image of no declared pixels.
@@ -155,13 +157,16 @@ bool qLzwDecoder::start(int min_code_size) {
     return usable;
 }
 
-// Literal codes above 255 (code sizes 9..11) write their low byte, as a byte output must.
+// Literal codes above 255 (code sizes 9..11) write their low byte, as a byte output must. The
+// entries of codes 0..255 are one arithmetic sequence: offsets one apart, length 1.
 void qLzwDecoder::point_literals() {
-    const auto base = static_cast<int64_t>(reinterpret_cast<uintptr_t>(out_));
-    for (uint32_t i = 0; i < clear_code_; ++i) {
-        const auto byte = reinterpret_cast<uintptr_t>(&kLiterals.bytes[i & 255]);
-        table_[i] = make_entry(static_cast<int64_t>(byte) - base, 1);
-    }
+    const uint64_t first =
+        make_entry(static_cast<int64_t>(reinterpret_cast<uintptr_t>(kLiterals.bytes)) -
+                       static_cast<int64_t>(reinterpret_cast<uintptr_t>(out_)),
+                   1);
+    const uint32_t bytes = clear_code_ < 256 ? clear_code_ : 256;
+    for (uint32_t i = 0; i < bytes; ++i) table_[i] = first + (uint64_t{i} << 16);
+    for (uint32_t i = bytes; i < clear_code_; ++i) table_[i] = table_[i & 255];
 }
 
 void qLzwDecoder::init(int min_code_size, unsigned int expected_size) {
@@ -272,41 +277,16 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
     uint64_t* const table = table_;
     int status = FEED_MORE;
 
-    while (prev != end_code) {
-        if constexpr (kFinishing) {
-            // No more input: take codes while any bits are left, the last one even when some
-            // of its high bits are missing (they are zero in the buffer).
-            if (nbits <= 0) break;
-        } else if (end - p >= 8) {
-            // Tops the buffer up to 56..63 bits. Bytes loaded but not counted are loaded again,
-            // into the same place, by the next refill.
-            bits |= load_le64(p) << nbits;
-            p += (63 - nbits) >> 3;
-            nbits |= 56;
-        } else {
-            if (nbits < width) {
-                if (p == end) break;
-                // Bytes past `end` are the staged zeros.
-                bits |= load_le64(p) << nbits;
-                int64_t advance = (63 - nbits) >> 3;
-                if (advance > end - p) advance = end - p;
-                p += advance;
-                nbits += static_cast<int>(advance) << 3;
-                if (nbits < width) continue;
-            }
-            if (p == end && bytes_after == 0 && nbits - width < 8) break;
-        }
-        const uint32_t code = static_cast<uint32_t>(bits) & mask;
-        bits >>= width;
-        nbits -= width;
-
+    // Writes the pending code's string, making the table entry it adds, and makes `code` the
+    // pending one; false to stop (a bad code, or an output that cannot take the string).
+    const auto take = [&](uint32_t code) __attribute__((always_inline)) {
         if (prev == clear) {
             prev = code;
-            continue;
+            return true;
         }
         if (prev >= static_cast<uint32_t>(next)) {
             status = FEED_FAILED;
-            break;
+            return false;
         }
         const uint64_t entry = table[prev];
         const int length = entry_length(entry);
@@ -342,7 +322,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
         } else {
             if (!write_slowly(prev, count)) {
                 status = FEED_FAILED;
-                break;
+                return false;
             }
             // Growing moves the output.
             out = out_;
@@ -356,6 +336,51 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             mask = (1u << width) - 1;
             next = static_cast<int>(clear) + 2;
         }
+        return true;
+    };
+
+    while (prev != end_code) {
+        if constexpr (!kFinishing) {
+            if (end - p >= 8) {
+                // Tops the buffer up to 56..63 bits, which hold two codes that both end before
+                // the last input byte. Bytes loaded but not counted are loaded again, into the
+                // same place, by the next refill.
+                bits |= load_le64(p) << nbits;
+                p += (63 - nbits) >> 3;
+                nbits |= 56;
+                bool going = true;
+#pragma GCC unroll 4
+                for (int k = 0; k < kCodesPerRefill && going; ++k) {
+                    const uint32_t code = static_cast<uint32_t>(bits) & mask;
+                    bits >>= width;
+                    nbits -= width;
+                    going = take(code) && prev != end_code;
+                }
+                if (!going) break;
+                continue;
+            }
+        }
+        if constexpr (kFinishing) {
+            // No more input: take codes while any bits are left, the last one even when some
+            // of its high bits are missing (they are zero in the buffer).
+            if (nbits <= 0) break;
+        } else {
+            if (nbits < width) {
+                if (p == end) break;
+                // Bytes past `end` are the staged zeros.
+                bits |= load_le64(p) << nbits;
+                int64_t advance = (63 - nbits) >> 3;
+                if (advance > end - p) advance = end - p;
+                p += advance;
+                nbits += static_cast<int>(advance) << 3;
+                if (nbits < width) continue;
+            }
+            if (p == end && bytes_after == 0 && nbits - width < 8) break;
+        }
+        const uint32_t code = static_cast<uint32_t>(bits) & mask;
+        bits >>= width;
+        nbits -= width;
+        if (!take(code)) break;
     }
     if (prev == end_code) status = FEED_END;
 
