@@ -24,9 +24,10 @@
 // Each code's string is written when the code after it is read, so a decoder always holds one
 // pending code. When the data stop without an end code, finish() writes that pending code.
 //
-// Speed: the bit buffer is 64 bits wide and is refilled with one unaligned 8-byte load from a
-// staging copy of the input that has zero bytes after its end: while 8 input bytes remain, each
-// code starts with a branch-free refill to 56..63 bits. Literal codes take the same path as
+// Speed: the bit buffer is 64 bits wide and is refilled with one unaligned 8-byte load straight
+// from the input: while 8 input bytes remain, every fourth code starts with a branch-free refill
+// to 56..63 bits (enough for four codes); the last few bytes of a sub-block are read from a copy
+// with zero bytes after its end. Literal codes take the same path as
 // string codes: a literal's entry points at its byte in a constant block holding every byte
 // value (with 16 spare bytes behind), so writing any code is one table read and one copy, with
 // no branch on the kind of code. A string whose source lies at least 16 bytes away from its
@@ -66,8 +67,6 @@ enum qFeedResult : int {
 constexpr int kSlack = 16;
 // Codes taken after each refill of the bit buffer to 56 bits or more (codes are 12 bits at most).
 constexpr int kCodesPerRefill = 4;
-// Input is staged in pieces of this size with 8 zero bytes behind them.
-constexpr int kStageBytes = 4096;
 // The output block allocated for an image of no declared pixels.
 constexpr int kEmptyImageCapacity = 4088;
 // The most indices decoded (stored or not): count + a string's length + kSlack stays inside the
@@ -242,25 +241,27 @@ int qLzwDecoder::feed(const unsigned char* data, int length) {
     if (out_ == nullptr) return FEED_FAILED;
     if (length <= 0 || data == nullptr) return FEED_MORE;
     if (previous_ == clear_code_ + 1) return FEED_END;
-    unsigned char stage[kStageBytes + 8];
-    int status = FEED_MORE;
-    for (int done = 0; done < length && status == FEED_MORE;) {
-        const int n = length - done < kStageBytes ? length - done : kStageBytes;
-        std::memcpy(stage, data + done, static_cast<size_t>(n));
-        std::memset(stage + n, 0, 8);
-        done += n;
-        status = decode<false>(stage, stage + n, length - done);
-    }
-    return status;
+    // The caller's bytes while 8 or more are left, then the last few from a copy with zero bytes
+    // behind them.
+    const unsigned char* p = data;
+    const int status = decode<false>(&p, data + length, false);
+    if (status != FEED_MORE) return status;
+    unsigned char tail[16] = {};
+    const int n = static_cast<int>(data + length - p);
+    for (int i = 0; i < n; ++i) tail[i] = p[i];
+    p = tail;
+    return decode<false>(&p, tail + n, true);
 }
 
-// The decoding loop over staged bytes [p, end), which have 8 readable zero bytes behind them;
-// `bytes_after` more bytes of the same feed() call follow. A code is taken only while at least
-// one input byte of the call is left beyond the code's last byte: a code that ends in the last
-// byte waits for the next call, so the codes each call decodes do not depend on how the bytes
-// were staged.
+// The decoding loop over the bytes [*at, end), leaving *at after the bytes it took into the bit
+// buffer. `staged`: the bytes have 8 readable zero bytes behind them and are the last of the
+// feed() call; else the loop stops where fewer than 8 bytes are left. A code is taken only while
+// at least one input byte of the call is left beyond the code's last byte: a code that ends in
+// the last byte waits for the next call, so the codes each call decodes do not depend on how
+// the bytes were passed.
 template <bool kFinishing>
-int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_t bytes_after) {
+int qLzwDecoder::decode(const unsigned char** at, const unsigned char* end, bool staged) {
+    const unsigned char* p = kFinishing ? nullptr : *at;
     uint64_t bits = bit_buffer_;
     int nbits = bit_count_;
     int width = code_width_;
@@ -365,6 +366,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
             // of its high bits are missing (they are zero in the buffer).
             if (nbits <= 0) break;
         } else {
+            if (!staged) break;
             if (nbits < width) {
                 if (p == end) break;
                 // Bytes past `end` are the staged zeros.
@@ -375,7 +377,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
                 nbits += static_cast<int>(advance) << 3;
                 if (nbits < width) continue;
             }
-            if (p == end && bytes_after == 0 && nbits - width < 8) break;
+            if (p == end && nbits - width < 8) break;
         }
         const uint32_t code = static_cast<uint32_t>(bits) & mask;
         bits >>= width;
@@ -384,6 +386,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
     }
     if (prev == end_code) status = FEED_END;
 
+    if constexpr (!kFinishing) *at = p;
     bit_buffer_ = bits;
     bit_count_ = nbits;
     code_width_ = width;
@@ -396,7 +399,7 @@ int qLzwDecoder::decode(const unsigned char* p, const unsigned char* end, int64_
 void qLzwDecoder::finish() {
     if (out_ == nullptr || previous_ == clear_code_ + 1) return;
     // An end code among the remaining bits or a bad code: nothing more is written.
-    if (decode<true>(nullptr, nullptr, 0) != FEED_MORE) return;
+    if (decode<true>(nullptr, nullptr, true) != FEED_MORE) return;
     // The pending code is written when it is a valid code; no table entry is made for it.
     const uint32_t clear = clear_code_;
     const uint32_t pending = previous_;

@@ -67,7 +67,7 @@ public:
 private:
     // The decoding loop; kFinishing runs it on the bits left when the data have ended.
     template <bool kFinishing>
-    int decode(const unsigned char* p, const unsigned char* end, int64_t bytes_after);
+    int decode(const unsigned char** at, const unsigned char* end, bool staged);
     bool grow(int64_t needed);
     // Writes the string of `code` at output + `count` where the loop's 16-byte moves cannot:
     // near or past the capacity, or closer than 16 bytes to its source.
