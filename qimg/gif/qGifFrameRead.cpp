@@ -98,7 +98,7 @@ int qGifFrame::start_data(qSize size, int min_code_size, qLzwDecoder* decoder,
             return fail(rc);
         }
         decoder->init_into(min_code_size, direct->pixel_address(0, 0),
-                           q_buffer_bytes(width, height, PT_INDEX8));
+                           q_buffer_bytes(width, height, PT_INDEX8), qIndexImage::kSpareBytes);
         *image = direct;
     } else {
         decoder->init_capped(min_code_size, static_cast<unsigned int>(pixels));

@@ -186,13 +186,13 @@ void qLzwDecoder::init_capped(int min_code_size, unsigned int expected_size) {
     out_capacity_ = static_cast<int>(expected_size);  // 0 stores nothing
 }
 
-void qLzwDecoder::init_into(int min_code_size, unsigned char* buffer, int capacity) {
+void qLzwDecoder::init_into(int min_code_size, unsigned char* buffer, int capacity, int spare) {
     if (!start(min_code_size) || buffer == nullptr || capacity <= 0) return;
     if (capacity > kMaxCapacity) capacity = kMaxCapacity;
     out_ = buffer;
     capped_ = true;
     out_capacity_ = capacity;
-    room_ = capacity;
+    room_ = capacity + (spare > 0 && spare <= kSlack ? spare : 0);
     point_literals();
 }
 

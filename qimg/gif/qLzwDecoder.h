@@ -39,9 +39,10 @@ public:
     // has cost no memory.
     void init_capped(int min_code_size, unsigned int expected_size);
     // Like init_capped(), decoding into `capacity` bytes of the caller's memory at `buffer`,
-    // which the decoder does not own and which must stay valid while it decodes. A null buffer
-    // or capacity <= 0 gives no output.
-    void init_into(int min_code_size, unsigned char* buffer, int capacity);
+    // which the decoder does not own and which must stay valid while it decodes. `spare` more
+    // bytes behind them may be overwritten (long moves are faster near the end then). A null
+    // buffer or capacity <= 0 gives no output.
+    void init_into(int min_code_size, unsigned char* buffer, int capacity, int spare = 0);
 
     // Decodes the bytes of one data sub-block. 1: more data wanted; 0: the end code has been
     // seen (now or before; further data are ignored); -1: a code at or above the next free
