@@ -271,10 +271,10 @@ int qLzwDecoder::decode(const unsigned char** at, const unsigned char* end, bool
     const uint32_t clear = clear_code_;
     const uint32_t end_code = clear + 1;
     unsigned char* out = out_;
-    int count = out_count_;
-    int capacity = out_capacity_;
+    // 64-bit counts, so that addresses need no sign extension.
+    int64_t count = out_count_;
     // Strings that end at or below `limit` leave room for a 16-byte move at their start.
-    int limit = room_ - 16 < capacity ? room_ - 16 : capacity;
+    int64_t limit = room_ - 16 < out_capacity_ ? room_ - 16 : out_capacity_;
     uint64_t* const table = table_;
     int status = FEED_MORE;
 
@@ -290,9 +290,9 @@ int qLzwDecoder::decode(const unsigned char** at, const unsigned char* end, bool
             return false;
         }
         const uint64_t entry = table[prev];
-        const int length = entry_length(entry);
+        const int64_t length = static_cast<int64_t>(entry & 0xFFFF);
         if (next < kMaxCodes) {
-            table[next] = make_entry(count, length + 1);
+            table[next] = (static_cast<uint64_t>(count) << 16) + (entry & 0xFFFF) + 1;
             ++next;
             if (static_cast<uint32_t>(next) > mask && next < kMaxCodes) {
                 ++width;
@@ -305,7 +305,7 @@ int qLzwDecoder::decode(const unsigned char** at, const unsigned char* end, bool
         if (count + length <= limit && apart >= 16) {
             // limit <= capacity: the string fits, and so does the spill of the last move.
             std::memcpy(to, from, 16);
-            for (int i = 16; i < length; i += 16) std::memcpy(to + i, from + i, 16);
+            for (int64_t i = 16; i < length; i += 16) std::memcpy(to + i, from + i, 16);
         } else if (count + length <= limit) {
             // A source less than 16 bytes back (the string just written, or a run of one
             // colour): the first 16 bytes by moves no wider than the distance, so that each
@@ -315,20 +315,19 @@ int qLzwDecoder::decode(const unsigned char** at, const unsigned char* end, bool
                 std::memcpy(to, from, 8);
                 std::memcpy(to + 8, from + 8, 8);
             } else {
-                const int first = length < 16 ? length : 16;
-                for (int i = 0; i < first; ++i) to[i] = from[i];
+                const int64_t first = length < 16 ? length : 16;
+                for (int64_t i = 0; i < first; ++i) to[i] = from[i];
             }
-            const int back = kPeriods[apart];
-            for (int i = 16; i < length; i += 16) std::memcpy(to + i, to + i - back, 16);
+            const int64_t back = kPeriods[apart];
+            for (int64_t i = 16; i < length; i += 16) std::memcpy(to + i, to + i - back, 16);
         } else {
-            if (!write_slowly(prev, count)) {
+            if (!write_slowly(prev, static_cast<int>(count))) {
                 status = FEED_FAILED;
                 return false;
             }
             // Growing moves the output.
             out = out_;
-            capacity = out_capacity_;
-            limit = room_ - 16 < capacity ? room_ - 16 : capacity;
+            limit = room_ - 16 < out_capacity_ ? room_ - 16 : out_capacity_;
         }
         count += length;
         prev = code;
@@ -392,7 +391,7 @@ int qLzwDecoder::decode(const unsigned char** at, const unsigned char* end, bool
     code_width_ = width;
     next_code_ = next;
     previous_ = prev;
-    out_count_ = count;
+    out_count_ = static_cast<int>(count);
     return status;
 }
 
