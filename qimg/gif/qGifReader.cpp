@@ -66,28 +66,14 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor, const qGifReadOptio
     return parser.status();
 }
 
-// The loop above over bytes in memory, leaving the source where its reads and seeks would: at
-// the trailer's end, or (data cut short) at the end of the data or past it after a skip.
+// The loop above over bytes in memory, leaving the source where its reads and seeks would have.
 int qGifAnimation::read_in_place(qMemoryR* source, qGifStreamParser* parser) {
     int available = 0;
     const unsigned char* bytes = source->unread(&available);
-    const int64_t start = source->seek(0, SEEK_CUR);
-    int64_t used = 0;
-    int rc = ST_OK;
-    for (int n = parser->wanted(); n > 0; n = parser->wanted()) {
-        if (parser->skipping() && start + used + n <= INT_MAX) {
-            parser->skipped();
-        } else if (used + n <= available) {
-            parser->take(bytes + used);
-        } else {
-            rc = parser->end();
-            if (used < available) used = available;  // a short read takes what is there
-            break;
-        }
-        used += n;
-    }
+    const int64_t seek_room = INT_MAX - int64_t{source->seek(0, SEEK_CUR)};
+    const int64_t used = parser->take_in_place(bytes, available, seek_room);
     source->seek(static_cast<int>(used), SEEK_CUR);
-    return rc != ST_OK ? rc : parser->status();
+    return parser->status();
 }
 
 int qGifAnimation::read_header(qIFileR* source) {

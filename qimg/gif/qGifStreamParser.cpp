@@ -67,6 +67,23 @@ int qGifStreamParser::end() {
     return finished_ ? status_ : stop(ST_READ_ERROR);
 }
 
+int64_t qGifStreamParser::take_in_place(const unsigned char* bytes, int available,
+                                        int64_t seek_room) {
+    int64_t used = 0;
+    for (int n = wanted(); n > 0; n = wanted()) {
+        if (skipping() && used + n <= seek_room) {
+            skipped();
+        } else if (used + n <= available) {
+            take(bytes + used);
+        } else {
+            end();
+            return used < available ? available : used;  // a short read takes what is there
+        }
+        used += n;
+    }
+    return used;
+}
+
 void qGifStreamParser::expect(Step next, int bytes) {
     step_ = next;
     wanted_ = bytes;
