@@ -244,8 +244,10 @@ int qLzwDecoder::feed(const unsigned char* data, int length) {
     // The caller's bytes while 8 or more are left, then the last few from a copy with zero bytes
     // behind them.
     const unsigned char* p = data;
-    const int status = decode<false>(&p, data + length, false);
-    if (status != FEED_MORE) return status;
+    if (length >= 8) {
+        const int status = decode<false>(&p, data + length, false);
+        if (status != FEED_MORE) return status;
+    }
     unsigned char tail[16] = {};
     const int n = static_cast<int>(data + length - p);
     for (int i = 0; i < n; ++i) tail[i] = p[i];
