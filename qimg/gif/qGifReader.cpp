@@ -90,8 +90,7 @@ int qGifAnimation::read_header(qIFileR* source) {
     qGifColorTable table;
     if (const int rc = q_gif_read_color_table(source, screen[4], &table); rc != ST_OK) return rc;
     if (table.entries == 0) return ST_OK;
-    global_colormap_ = q_new<qColormap>();
-    if (global_colormap_ == nullptr) return ST_NO_MEMORY;
+    global_colormap_ = &global_colormap_record_;
     if (const int rc = q_gif_fill_colormap(table, global_colormap_); rc != ST_OK) {
         reset();
         return rc;

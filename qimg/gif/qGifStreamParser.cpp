@@ -192,8 +192,7 @@ int qGifStreamParser::on_table(const unsigned char* bytes) {
     table.entries = table_entries_;
     std::memcpy(table.rgb, bytes, static_cast<size_t>(3 * table_entries_));
     if (step_ == kLocalTable) return start_image(table);
-    qColormap* map = q_new<qColormap>();
-    if (map == nullptr) return ST_NO_MEMORY;
+    qColormap* map = &animation_->global_colormap_record_;
     animation_->global_colormap_ = map;
     if (const int rc = q_gif_fill_colormap(table, map); rc != ST_OK) {
         animation_->reset();
