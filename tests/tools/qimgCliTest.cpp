@@ -202,7 +202,7 @@ TEST_F(qimgCliTest, EncodeAndResaveWriteGifsThatShowTheFrames) {
     std::string frames;
     const auto expected = composed_frames(kSample.string());
     for (int i = 0; i < 5; ++i) {
-        const std::string png = path("f" + std::to_string(i) + ".png");
+        const std::string png = path(std::to_string(i) + ".png");
         save_png(png, expected[i], 96, 64);
         frames += png + " ";
     }
