@@ -217,6 +217,17 @@ TEST_F(qimgCliTest, EncodeAndResaveWriteGifsThatShowTheFrames) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(composed_frames(again), expected);
 
+    // Standard output ("-" or /dev/stdout) is written where it stands, after what came before.
+    r = run("resave " + again + " -o -");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string resave = std::string(QIMG_CLI) + " resave " + again, joined = path("joined");
+    ASSERT_EQ(std::system(("{ printf head; " + resave + " -o -; " + resave +
+                           " -o /dev/stdout; } >" + joined)
+                              .c_str()),
+              0);
+    EXPECT_EQ(slurp(joined), "head" + r.out + r.out);
+    EXPECT_GT(r.out.size(), 100u);
+
     // A failing run leaves the target as it was and no file of its own behind.
     const std::string before = slurp(anim);
     r = run("encode " + frames + path("missing.png") + " -o " + anim);
@@ -226,7 +237,7 @@ TEST_F(qimgCliTest, EncodeAndResaveWriteGifsThatShowTheFrames) {
     EXPECT_NE(r.err.find("no-dir/x.gif"), std::string::npos) << r.err;
     EXPECT_EQ(slurp(anim), before);
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()),
-              9);  // 5 PNGs, 2 GIFs, stdout, stderr
+              10);  // 5 PNGs, 2 GIFs, joined, stdout, stderr
 }
 
 // One row per kind of trouble: the exit status and the words a user reads on stderr.
