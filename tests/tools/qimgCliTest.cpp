@@ -138,6 +138,24 @@ TEST_F(qimgCliTest, RenderWritesTheComposedFramesScaled) {
     ASSERT_EQ(one.status, 0) << one.err;
     EXPECT_TRUE(fs::is_symlink(path("3.png")));
     EXPECT_EQ(slurp(path("three.png")), slurp(path("f%-03.png")));
+
+    // The contact sheet: 5 frames in 2 columns, cells 6 pixels apart with a label row under each;
+    // every opaque pixel of a frame is in its cell.
+    ASSERT_EQ(run("sheet " + kSample.string() + " --columns 2 -o " + path("s.png")).status, 0);
+    PngPicture sheet;
+    std::string error;
+    ASSERT_TRUE(read_png(path("s.png"), sheet, error)) << error;
+    ASSERT_EQ(sheet.width, 2 * (96 + 6) + 6);
+    const int row_pitch = (sheet.height - 6) / 3;
+    for (int frame = 0; frame < 5; ++frame) {
+        const int x0 = 6 + frame % 2 * (96 + 6), y0 = 6 + frame / 2 * row_pitch;
+        for (int i = 0; i < 96 * 64; ++i) {
+            const unsigned char* want = &frames[frame][static_cast<size_t>(i) * 4];
+            const unsigned char* got =
+                &sheet.pixels[(static_cast<size_t>(y0 + i / 96) * sheet.width + x0 + i % 96) * 4];
+            ASSERT_TRUE(want[3] < 255 || std::equal(got, got + 4, want)) << frame << " " << i;
+        }
+    }
 }
 
 TEST_F(qimgCliTest, QuantizeKeepsColoursThatFitAndTakesAlphaByTheThreshold) {
