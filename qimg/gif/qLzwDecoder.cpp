@@ -164,7 +164,8 @@ void qLzwDecoder::point_literals() {
                        static_cast<int64_t>(reinterpret_cast<uintptr_t>(out_)),
                    1);
     const uint32_t bytes = clear_code_ < 256 ? clear_code_ : 256;
-    for (uint32_t i = 0; i < bytes; ++i) table_[i] = first + (uint64_t{i} << 16);
+    uint64_t entry = first;
+    for (uint32_t i = 0; i < bytes; ++i, entry += uint64_t{1} << 16) table_[i] = entry;
     for (uint32_t i = bytes; i < clear_code_; ++i) table_[i] = table_[i & 255];
 }
 
