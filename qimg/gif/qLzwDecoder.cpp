@@ -88,19 +88,22 @@ constexpr struct Literals {
 } kLiterals;
 
 // A table entry is one 64-bit word: the string's byte offset from the output's start in the
-// high 48 bits (signed: a literal's byte lies anywhere in the address space, which user-space
-// addresses of 47 bits leave room for) and its length (at most 4095) in the low 16.
+// high 51 bits (signed: a literal's byte may lie anywhere in the address space, and any two
+// user-space addresses of a 64-bit process with 48 or 49 bits of address space are less than
+// 2^49 apart) and its length (at most 4095) in the low 13.
+constexpr int kLengthBits = 13;
+constexpr uint64_t kLengthMask = (uint64_t{1} << kLengthBits) - 1;
 inline uint64_t make_entry(int64_t offset, int length) {
-    return (static_cast<uint64_t>(offset) << 16) | static_cast<uint32_t>(length);
+    return (static_cast<uint64_t>(offset) << kLengthBits) | static_cast<uint32_t>(length);
 }
 inline int entry_length(uint64_t entry) {
-    return static_cast<int>(entry & 0xFFFF);
+    return static_cast<int>(entry & kLengthMask);
 }
 // Addresses are formed on integers: a literal's offset leads outside the output block.
 inline const unsigned char* entry_source(const unsigned char* out, uint64_t entry) {
     return reinterpret_cast<const unsigned char*>(
         reinterpret_cast<uintptr_t>(out) +
-        static_cast<uintptr_t>(static_cast<int64_t>(entry) >> 16));
+        static_cast<uintptr_t>(static_cast<int64_t>(entry) >> kLengthBits));
 }
 // How far `to` lies behind `from`, as an unsigned count: a source at or after its destination
 // (a literal's byte in the constant block may be) gives a huge value, and the 16-byte moves are
@@ -165,7 +168,7 @@ void qLzwDecoder::point_literals() {
                    1);
     const uint32_t bytes = clear_code_ < 256 ? clear_code_ : 256;
     uint64_t entry = first;
-    for (uint32_t i = 0; i < bytes; ++i, entry += uint64_t{1} << 16) table_[i] = entry;
+    for (uint32_t i = 0; i < bytes; ++i, entry += uint64_t{1} << kLengthBits) table_[i] = entry;
     for (uint32_t i = bytes; i < clear_code_; ++i) table_[i] = table_[i & 255];
 }
 
@@ -293,9 +296,9 @@ int qLzwDecoder::decode(const unsigned char** at, const unsigned char* end, bool
             return false;
         }
         const uint64_t entry = table[prev];
-        const int64_t length = static_cast<int64_t>(entry & 0xFFFF);
+        const int64_t length = static_cast<int64_t>(entry & kLengthMask);
         if (next < kMaxCodes) {
-            table[next] = (static_cast<uint64_t>(count) << 16) + (entry & 0xFFFF) + 1;
+            table[next] = (static_cast<uint64_t>(count) << kLengthBits) + (entry & kLengthMask) + 1;
             ++next;
             if (static_cast<uint32_t>(next) > mask && next < kMaxCodes) {
                 ++width;
