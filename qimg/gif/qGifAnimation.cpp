@@ -7,8 +7,9 @@
 #include "qimg/palette/qColormap.h"
 
 namespace {
-// Growth steps of the frame and comment lists, and of the bytes of one comment.
-constexpr int kListGrowBy = 256;
+// Growth steps of the frame and comment lists (their blocks grow geometrically beyond), and of
+// the bytes of one comment. Small first blocks: most files have a frame or two.
+constexpr int kListGrowBy = 4;
 constexpr int kCommentGrowBy = 16;
 }  // namespace
 
@@ -23,8 +24,8 @@ void qGifAnimation::reset() {
     frames_.clear();
     for (int i = comments_.count() - 1; i >= 0; --i) delete comments_[i];
     comments_.clear();
-    delete global_colormap_;
     global_colormap_ = nullptr;
+    global_colormap_record_.clear();
     screen_size_ = qSize();
     background_ = -1;
     version_ = 0;
@@ -39,9 +40,8 @@ int qGifAnimation::copy_from(const qGifAnimation* source) {
     if (source == nullptr || !source->valid()) return ST_BAD_ARGUMENT;
     int rc = 0;
     if (source->global_colormap_ != nullptr) {
-        global_colormap_ = q_new<qColormap>();
-        rc = global_colormap_ == nullptr ? ST_NO_MEMORY
-                                         : global_colormap_->copy_from(source->global_colormap_);
+        global_colormap_ = &global_colormap_record_;
+        rc = global_colormap_->copy_from(source->global_colormap_);
     }
     for (int i = 0; rc == 0 && i < source->frames_.count(); ++i) {
         qGifFrame* frame = q_new<qGifFrame>();

@@ -21,12 +21,13 @@
 #include "qimg/core/qIndexColor.h"
 #include "qimg/gif/qGifReadOptions.h"
 #include "qimg/gif/qObjArray.h"
+#include "qimg/palette/qColormap.h"
 
-class qColormap;
 class qGifControl;
 class qGifFrame;
 class qGifStreamParser;
 class qIFileR;
+class qMemoryR;
 
 class QIMG_API qGifAnimation : public qIAnimation, public qIIndexColor {
 public:
@@ -133,6 +134,7 @@ public:
 
 private:
     friend class qGifStreamParser;  // fills the animation as the stream is read
+    int read_in_place(qMemoryR* source, qGifStreamParser* parser);
 
     // The frame under the cursor, or null.
     qGifFrame* current() const;
@@ -140,7 +142,10 @@ private:
     qObjArray<qGifFrame*> frames_;
     qObjArray<qObjArray<char>*> comments_;
     qSize screen_size_;
+    // &global_colormap_record_ when the stream has a global table, else null. Kept inside the
+    // animation, so the table costs no allocation of its own object.
     qColormap* global_colormap_ = nullptr;
+    qColormap global_colormap_record_;
     int background_ = -1;
     int version_ = 0;  // 87 or 89 once read
     int pixel_aspect_ = 0;

@@ -16,8 +16,8 @@ qGifFrame::~qGifFrame() {
 }
 
 void qGifFrame::clear() {
-    delete control_;
     control_ = nullptr;
+    control_record_.reset();
     delete image_;
     image_ = nullptr;
     delete local_colormap_;
@@ -48,8 +48,8 @@ int qGifFrame::copy_from(const qGifFrame* source, const qIColormap* global_color
         return fail(ST_UNDECODABLE);
     }
     if (source->control_ != nullptr) {
-        control_ = q_new<qGifControl>(*source->control_);
-        if (control_ == nullptr) return fail(ST_NO_MEMORY);
+        control_record_ = *source->control_;
+        control_ = &control_record_;
     }
     if (source->image_ == nullptr) return fail(ST_BAD_ARGUMENT);
     image_ = q_new<qIndexImage>();
@@ -207,8 +207,8 @@ bool qGifFrame::set_ex_transparent(int index) {
     const qIColormap* map = colormap();
     if (map == nullptr || index >= map->num_colors()) return false;
     if (control_ == nullptr) {
-        control_ = q_new<qGifControl>();
-        if (control_ == nullptr) return false;
+        control_record_.reset();
+        control_ = &control_record_;
     }
     control_->transparent = index;
     return true;

@@ -15,6 +15,7 @@
 #include "qimg/core/qComponent.h"
 #include "qimg/core/qExport.h"
 #include "qimg/core/qIndexColor.h"
+#include "qimg/gif/qGifControl.h"
 
 class qColormap;
 class qGifControl;
@@ -163,5 +164,8 @@ private:
     qPoint offset_;
     bool interlaced_ = false;
     qColormap* local_colormap_ = nullptr;
+    // The control record: &control_record_ when the frame has one, else null. Kept inside the
+    // frame, so a record costs no allocation of its own.
     qGifControl* control_ = nullptr;
+    qGifControl control_record_;
 };

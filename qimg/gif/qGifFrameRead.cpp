@@ -47,8 +47,8 @@ int qGifFrame::start(const unsigned char* descriptor, const qGifColorTable& tabl
             return fail(rc);
     }
     if (control != nullptr) {
-        control_ = q_new<qGifControl>(*control);
-        if (control_ == nullptr) return fail(ST_NO_MEMORY);
+        control_record_ = *control;
+        control_ = &control_record_;
     }
     return ST_OK;
 }
@@ -98,7 +98,7 @@ int qGifFrame::start_data(qSize size, int min_code_size, qLzwDecoder* decoder,
             return fail(rc);
         }
         decoder->init_into(min_code_size, direct->pixel_address(0, 0),
-                           q_buffer_bytes(width, height, PT_INDEX8));
+                           q_buffer_bytes(width, height, PT_INDEX8), qIndexImage::kSpareBytes);
         *image = direct;
     } else {
         decoder->init_capped(min_code_size, static_cast<unsigned int>(pixels));
@@ -182,13 +182,13 @@ void qGifFrame::place_rows(const qLzwDecoder& decoder, qIndexImage* image, bool 
         }
         // Spread the packed rows to their stride, last row first so nothing is overwritten
         // before it has moved. Rows that start at or past the output are zeros going onto
-        // zeros.
+        // zeros; rows whose width is their stride are in place already.
+        const int64_t stride = row_bytes(width, PT_INDEX8);
+        if (stride == width) return;
         for (int row = height - 1; row > 0; --row) {
             const int64_t start = int64_t{row} * width;
             if (start >= available) continue;
-            unsigned char* dst = image->pixel_address(row, 0);
-            const unsigned char* src = packed + start;
-            if (dst != src) std::memmove(dst, src, static_cast<size_t>(width));
+            std::memmove(packed + row * stride, packed + start, static_cast<size_t>(width));
         }
         return;
     }

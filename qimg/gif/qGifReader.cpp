@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <typeinfo>
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qStatus.h"
@@ -16,6 +17,7 @@
 #include "qimg/gif/qGifFrame.h"
 #include "qimg/gif/qGifStreamParserPriv.h"
 #include "qimg/gif/qIFileR.h"
+#include "qimg/gif/qMemoryR.h"
 #include "qimg/palette/qColormap.h"
 
 namespace {
@@ -46,6 +48,11 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor, const qGifReadOptio
     if (source == nullptr) return ST_BAD_ARGUMENT;
     qGifStreamParser parser(this, options, monitor);
     parser.report_positions_of(source);
+    // Bytes already in memory go to the parser in place, without a call to the source per
+    // step; a monitor hears the source's position, so it gets the reads below. A class derived
+    // from qMemoryR may read otherwise: it is read through its calls too.
+    if (monitor == nullptr && typeid(*source) == typeid(qMemoryR))
+        return read_in_place(static_cast<qMemoryR*>(source), &parser);
     unsigned char bytes[kGifMaxColorTableBytes];
     for (int n = parser.wanted(); n > 0; n = parser.wanted()) {
         if (parser.skipping() && skip_bytes(source, n)) {
@@ -57,6 +64,16 @@ int qGifAnimation::read(qIFileR* source, qIMonitor* monitor, const qGifReadOptio
         }
     }
     return parser.status();
+}
+
+// The loop above over bytes in memory, leaving the source where its reads and seeks would have.
+int qGifAnimation::read_in_place(qMemoryR* source, qGifStreamParser* parser) {
+    int available = 0;
+    const unsigned char* bytes = source->unread(&available);
+    const int64_t seek_room = INT_MAX - int64_t{source->seek(0, SEEK_CUR)};
+    const int64_t used = parser->take_in_place(bytes, available, seek_room);
+    source->seek(static_cast<int>(used), SEEK_CUR);
+    return parser->status();
 }
 
 int qGifAnimation::read_header(qIFileR* source) {
@@ -73,8 +90,7 @@ int qGifAnimation::read_header(qIFileR* source) {
     qGifColorTable table;
     if (const int rc = q_gif_read_color_table(source, screen[4], &table); rc != ST_OK) return rc;
     if (table.entries == 0) return ST_OK;
-    global_colormap_ = q_new<qColormap>();
-    if (global_colormap_ == nullptr) return ST_NO_MEMORY;
+    global_colormap_ = &global_colormap_record_;
     if (const int rc = q_gif_fill_colormap(table, global_colormap_); rc != ST_OK) {
         reset();
         return rc;

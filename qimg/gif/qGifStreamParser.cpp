@@ -67,6 +67,23 @@ int qGifStreamParser::end() {
     return finished_ ? status_ : stop(ST_READ_ERROR);
 }
 
+int64_t qGifStreamParser::take_in_place(const unsigned char* bytes, int available,
+                                        int64_t seek_room) {
+    int64_t used = 0;
+    for (int n = wanted(); n > 0; n = wanted()) {
+        if (skipping() && used + n <= seek_room) {
+            skipped();
+        } else if (used + n <= available) {
+            take(bytes + used);
+        } else {
+            end();
+            return used < available ? available : used;  // a short read takes what is there
+        }
+        used += n;
+    }
+    return used;
+}
+
 void qGifStreamParser::expect(Step next, int bytes) {
     step_ = next;
     wanted_ = bytes;
@@ -175,8 +192,7 @@ int qGifStreamParser::on_table(const unsigned char* bytes) {
     table.entries = table_entries_;
     std::memcpy(table.rgb, bytes, static_cast<size_t>(3 * table_entries_));
     if (step_ == kLocalTable) return start_image(table);
-    qColormap* map = q_new<qColormap>();
-    if (map == nullptr) return ST_NO_MEMORY;
+    qColormap* map = &animation_->global_colormap_record_;
     animation_->global_colormap_ = map;
     if (const int rc = q_gif_fill_colormap(table, map); rc != ST_OK) {
         animation_->reset();

@@ -51,6 +51,11 @@ public:
     void skipped();
     // The data ended here: ST_READ_ERROR unless the reading was over.
     int end();
+    // The steps taken from `available` bytes in memory (skips passing over bytes, up to
+    // `seek_room` past the start, as a seek would), end() when they run out. The bytes a reader
+    // of the same bytes moves over: to the trailer's end, or (data cut short) to the end of the
+    // data or past it after a skip.
+    int64_t take_in_place(const unsigned char* bytes, int available, int64_t seek_room);
     bool finished() const { return finished_; }
     // ST_OK while going on and after the trailer; else the status the reading stopped with.
     int status() const { return status_; }

@@ -39,9 +39,10 @@ public:
     // has cost no memory.
     void init_capped(int min_code_size, unsigned int expected_size);
     // Like init_capped(), decoding into `capacity` bytes of the caller's memory at `buffer`,
-    // which the decoder does not own and which must stay valid while it decodes. A null buffer
-    // or capacity <= 0 gives no output.
-    void init_into(int min_code_size, unsigned char* buffer, int capacity);
+    // which the decoder does not own and which must stay valid while it decodes. `spare` more
+    // bytes behind them may be overwritten (long moves are faster near the end then). A null
+    // buffer or capacity <= 0 gives no output.
+    void init_into(int min_code_size, unsigned char* buffer, int capacity, int spare = 0);
 
     // Decodes the bytes of one data sub-block. 1: more data wanted; 0: the end code has been
     // seen (now or before; further data are ignored); -1: a code at or above the next free
@@ -65,25 +66,25 @@ public:
     bool end_seen() const { return out_ != nullptr && previous_ == clear_code_ + 1u; }
 
 private:
-    struct Entry {
-        int offset;  // where the string was last written in the output
-        int length;  // its length in bytes
-    };
-
     // The decoding loop; kFinishing runs it on the bits left when the data have ended.
     template <bool kFinishing>
-    int decode(const unsigned char* p, const unsigned char* end, int64_t bytes_after);
+    int decode(const unsigned char** at, const unsigned char* end, bool staged);
     bool grow(int64_t needed);
+    // Writes the string of `code` at output + `count` where the loop's 16-byte moves cannot:
+    // near or past the capacity, or closer than 16 bytes to its source.
+    bool write_slowly(uint32_t code, int count);
     bool write_past_capacity(uint32_t code, int count);
-    void write_string(unsigned char* to, uint32_t code, int count, int length);
+    void write_string(uint32_t code, int count, int length);
+    // Points the entries of the literal codes at their bytes (they are not in the output).
+    void point_literals();
     // Resets the codes and the table for code size m; false when m is refused.
     bool start(int min_code_size);
     void release();
 
-    // The string of code c is table_[c].length bytes of the output starting at
-    // table_[c].offset. Codes below clear_code_ stand for themselves: their entries point at
-    // the literal's first copy in the output (an out-of-range offset before it is written).
-    Entry table_[kMaxCodes];
+    // The string of code c is entry_length(table_[c]) bytes at entry_offset(table_[c]) from
+    // the output's start (qLzwDecoder.cpp). Codes below clear_code_ stand for themselves: their
+    // entries point into a constant block of every byte value, outside the output.
+    uint64_t table_[kMaxCodes];
     int initial_width_ = 0;  // code width after a clear code: m + 1
     int code_width_ = 0;
     int bit_count_ = 0;        // valid bits in bit_buffer_

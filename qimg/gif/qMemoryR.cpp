@@ -38,3 +38,8 @@ int qMemoryR::read(void* buffer, int count) {
     position_ += n;
     return n;
 }
+
+const unsigned char* qMemoryR::unread(int* count) const {
+    *count = position_ < length_ ? length_ - position_ : 0;
+    return data_ + (position_ < length_ ? position_ : length_);
+}

@@ -25,6 +25,10 @@ public:
     int seek(int offset, int origin) override;
     int read(void* buffer, int count) override;
 
+    // The bytes from the current position to the end, `*count` of them (0 past the end), for a
+    // reader that takes them in place and then moves the position by seek().
+    const unsigned char* unread(int* count) const;
+
 private:
     const unsigned char* data_ = nullptr;
     int length_ = 0;

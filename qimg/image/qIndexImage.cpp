@@ -35,7 +35,7 @@ int qIndexImage::Create_buffer(qSize size, qPixelType type) {
     const int bytes = q_buffer_bytes(size.width, size.height, type);
     if (bytes <= 0) return fail(ST_UNSUPPORTED);
     // Zeroed: a large block comes as fresh zero pages, which cost no memory until written.
-    pixels_ = static_cast<unsigned char*>(q_calloc(static_cast<size_t>(bytes), 1));
+    pixels_ = static_cast<unsigned char*>(q_calloc(static_cast<size_t>(bytes) + kSpareBytes, 1));
     if (!pixels_) return fail(ST_NO_MEMORY);
     type_ = type;
     width_ = size.width;

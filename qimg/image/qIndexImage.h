@@ -32,8 +32,11 @@ public:
     // zeroed buffer of `size` pixels of `type` (PT_INDEX8 for everything the library makes);
     // pages of a large buffer cost no memory until they are written. ST_OK; ST_UNSUPPORTED for a
     // type without storage size, a width or height <= 0 or a buffer above 2^31 - 1 bytes;
-    // ST_NO_MEMORY when memory runs out. Empty after a failure. Call set_colormap next.
+    // ST_NO_MEMORY when memory runs out. Empty after a failure. Call set_colormap next. The
+    // block has kSpareBytes writable bytes behind the last row, outside the image.
     int Create_buffer(qSize size, qPixelType type);
+    // Room behind the pixels for writers that move 16 bytes at a time (the GIF decoder).
+    static constexpr int kSpareBytes = 16;
     // Refers to `colormap` (borrowed) from now on. When 0 <= transparent_index < the map's
     // num_colors() that entry becomes the transparent index; any other value (-1 included)
     // keeps the stored one. ST_OK; ST_BAD_ARGUMENT for a null map or one without entries (nothing

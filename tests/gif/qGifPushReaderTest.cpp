@@ -24,10 +24,22 @@ using gif_test::frame_digest;
 
 const qGifReadOptions kBrowser{.browser_rules = true};
 
+// Bytes in a qMemoryR are read in place; a derived class is read through its calls.
+struct CalledMemory : qMemoryR {
+    using qMemoryR::qMemoryR;
+};
+
 std::string pull(const Bytes& bytes, size_t length, qIMonitor* monitor = nullptr) {
     qGifAnimation animation;
     qMemoryR source(bytes.data(), length);
     const int status = animation.read(&source, monitor, kBrowser);
+    if (monitor == nullptr) {  // both ways give the same and leave the source at one position
+        qGifAnimation called;
+        CalledMemory calls(bytes.data(), length);
+        EXPECT_EQ(digest(called.read(&calls, nullptr, kBrowser), called),
+                  digest(status, animation));
+        EXPECT_EQ(calls.seek(0, SEEK_CUR), source.seek(0, SEEK_CUR));
+    }
     return digest(status, animation);
 }
 
