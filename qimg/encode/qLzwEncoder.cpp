@@ -1,8 +1,8 @@
-// The LZW encoder. The string table maps (prefix code, next index) to a code through a
-// direct-mapped hash of twice the table's size, one 32-bit word per slot holding key and code
+// The LZW encoder. The string table maps (prefix code, next index) to a code through an
+// open-addressing hash of twice the table's size, one 32-bit word per slot holding key and code
 // (32 kB, so it stays in the first-level cache). The hot loop's critical path is the look-up of
-// the string matched so far plus the next index: an XOR, one load and one compare. Its outcome
-// is close to random on busy pictures, so both outcomes are computed and one is selected.
+// the string matched so far plus the next index: an XOR, one load and one compare, usually a
+// single probe. Codes go into a 64-bit bit buffer flushed four bytes at a time.
 //
 // Code widths follow the reader: a reader adds a table entry for every code after the first one
 // following a clear code, one step behind the encoder, and widens its codes once its next free
@@ -16,13 +16,8 @@
 // over; with the deferred clear the full table keeps being used while it pays (see table_full).
 #include "qimg/encode/qLzwEncoder.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 #include "qimg/core/qAllocPriv.h"
 #include "qimg/core/qStatus.h"
@@ -74,32 +69,35 @@ void qLzwEncoder::consume(int n) {
     out_start_ += n;  // moved out in reserve(), when the room is needed
 }
 
-void qLzwEncoder::set_slots(uint32_t slots) {
-    slots_ = slots;
-    const int shift = 32 - std::countr_zero(slots);
-    for (uint32_t index = 0; index < 256; ++index) {
-        hashed_[index] = static_cast<uint16_t>(index * 0x9E3779B1u >> shift);
-    }
-    std::fill_n(table_, slots, empty_);
-    grow_at_ = slots < kHashSlots ? first_code_ + slots / 4 : kMaxCodes;
+void qLzwEncoder::set_grow_at() {
+    const uint32_t slots = slot_mask_ + 1;
+    grow_at_ = slots < kHashSlots ? first_code_ + slots / 8 : kMaxCodes;
 }
 
 void qLzwEncoder::grow_table() {
-    // The strings in the table move to their slots in the doubled hash.
+    const uint32_t slots = 2 * (slot_mask_ + 1);
+    // The entries move to their slots in the doubled hash, codes in order.
     uint32_t entries[kMaxCodes];
-    int count = 0;
-    for (uint32_t slot = 0; slot < slots_; ++slot) {
-        if (table_[slot] != empty_) entries[count++] = table_[slot];
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        entries[code] = table_[slot_of_code_[code]];
     }
-    set_slots(slots_ * 2);
-    for (int i = 0; i < count; ++i) {
-        table_[(entries[i] >> 8 & 0xFFF) ^ hashed_[entries[i] & 0xFF]] = entries[i];
+    std::memset(table_, 0, sizeof(uint32_t) * slots);
+    slot_mask_ = slots - 1;
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        uint32_t slot;
+        find(entries[code] & kKeyMask, slot);
+        table_[slot] = entries[code];
+        slot_of_code_[code] = static_cast<uint16_t>(slot);
     }
+    set_grow_at();
 }
 
 void qLzwEncoder::reset_table() {
+    for (uint32_t code = first_code_; code < next_code_; ++code) {
+        table_[slot_of_code_[code]] = kEmpty;
+    }
     next_code_ = first_code_ = clear_code_ + 2;
-    set_slots(slots_);
+    set_grow_at();
     width_ = min_code_size_ + 1;
     std::memset(run_known_, 0, sizeof run_known_);
     window_indices_ = 0;
@@ -130,19 +128,21 @@ int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
     if (!reserve(kRunBytes)) return ST_NO_MEMORY;
     if (table_ == nullptr) {
         constexpr size_t kTableBytes = sizeof(uint32_t) * kHashSlots;
-        constexpr size_t kChainBytes = sizeof(uint16_t) * (256 * kRunChain + kMaxCodes);
-        void* block = q_malloc(kTableBytes + kChainBytes);
+        constexpr size_t kSlotBytes = sizeof(uint16_t) * kMaxCodes;
+        void* block = q_malloc(kTableBytes + 2 * kSlotBytes + sizeof(uint16_t) * 256 * kRunChain);
         if (block == nullptr) return ST_NO_MEMORY;
         table_ = static_cast<uint32_t*>(block);
-        run_codes_ = reinterpret_cast<uint16_t*>(static_cast<unsigned char*>(block) + kTableBytes);
+        slot_of_code_ =
+            reinterpret_cast<uint16_t*>(static_cast<unsigned char*>(block) + kTableBytes);
+        run_codes_ = slot_of_code_ + kMaxCodes;
         run_length_ = run_codes_ + 256 * kRunChain;
         std::memset(run_length_, 0, sizeof(uint16_t) * kMaxCodes);
+        std::memset(table_, 0, sizeof(uint32_t) * kFirstSlots);
+        slot_mask_ = kFirstSlots - 1;
+        first_code_ = next_code_ = 0;
     }
-    // Each image starts with the small hash.
-    slots_ = 1u << kFirstHashBits;
     min_code_size_ = min_code_size;
     clear_code_ = 1u << min_code_size;
-    empty_ = clear_code_ << 8;
     deferred_clear_ = deferred_clear;
     bits_ = 0;
     bit_count_ = 0;
@@ -163,9 +163,13 @@ bool qLzwEncoder::window_says_clear() {
     return covered * 4 < best_window_indices_ * 3;
 }
 
-inline bool qLzwEncoder::find(uint32_t prefix, uint32_t index, uint32_t& slot) const {
-    slot = prefix ^ hashed_[index];
-    return (table_[slot] & kKeyMask) == (prefix << 8 | index);
+inline bool qLzwEncoder::find(uint32_t key, uint32_t& slot) const {
+    slot = slot_of(key >> 8, key & 0xFF);
+    uint32_t entry;
+    while (((entry = table_[slot]) & kKeyMask) != key && entry != kEmpty) {
+        slot = (slot + 1) & slot_mask_;
+    }
+    return entry != kEmpty;
 }
 
 void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
@@ -183,91 +187,76 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
             while (end < count && indices[end] == indices[i]) ++end;
             encode_repeats(indices[i], end - i);
             i = end;
-        } else if (next_code_ == 1u << width_) {
-            step(indices[i++]);  // the next code written widens the codes
         } else {
-            i += encode_distinct(indices + i, distinct_span(indices + i, count - i));
+            i += encode_distinct(indices + i, count - i);
         }
         last_index_ = indices[i - 1];
     }
 }
 
-int qLzwEncoder::distinct_span(const unsigned char* at, int count) {
-    // Bit k of `same`: at[p + k] == at[p + k + 1]; eight such bits in a row start a run.
-    int p = 0;
-#ifdef __SSE2__
-    for (; p + 33 <= count; p += 16) {
-        const auto pairs = [&](int from) {
-            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + from));
-            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + from + 1));
-            return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
-        };
-        uint32_t same = pairs(p) | pairs(p + 16) << 16;
-        same &= same >> 1;
-        same &= same >> 2;
-        same &= same >> 4;
-        if (same & 0xFFFF) return p + std::countr_zero(same) + 1;
-    }
-#endif
-    for (; p + 9 <= count; ++p) {
-        if (repeats(at + p + 1, at[p])) return p + 1;
-    }
-    return count;
-}
-
 int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
     // Branch-free: whether the string goes on is close to random on busy pictures, so both
-    // outcomes are computed and selected instead of guessed. The code width stays the same
-    // (the call ends where it would grow). Members go to locals: the output is written through
-    // a byte pointer, which the compiler must otherwise assume changes them.
+    // outcomes are computed and selected instead of guessed. Members go to locals: the output
+    // is written through a byte pointer, which the compiler must otherwise assume changes them.
     uint32_t prefix = prefix_;
     uint32_t next_code = next_code_;
-    const uint32_t width = static_cast<uint32_t>(width_);
+    uint32_t width = static_cast<uint32_t>(width_);
     uint64_t bits = bits_;
     uint32_t bit_count = static_cast<uint32_t>(bit_count_);
     unsigned char* out = out_ + out_size_;
     uint32_t* const table = table_;
-    const uint16_t* const hashed = hashed_;
-    const uint32_t limit = std::min(grow_at_, 1u << width);
-    const unsigned char* at = indices;
-    const unsigned char* const end = indices + count;
-    for (; at != end && next_code < limit; ++at) {
-        const uint32_t index = *at;
-        const uint32_t slot = prefix ^ hashed[index];
+    uint16_t* const slot_of_code = slot_of_code_;
+    const uint32_t mask = slot_mask_;
+    const uint32_t limit = grow_at_;
+    int i = 0;
+    for (; i < count && next_code < limit; ++i) {
+        const uint32_t index = indices[i];
         const uint32_t key = prefix << 8 | index;
-        const uint32_t entry = table[slot];
-        const uint32_t miss = (entry & kKeyMask) != key;
-        const uint32_t miss_mask = 0u - miss;
-        // A miss writes the code of the string so far and adds the string + index.
-        bits |= uint64_t{prefix & miss_mask} << bit_count;
-        bit_count += width & miss_mask;
+        uint32_t slot = (prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits)) & mask;
+        uint32_t entry;
+        while (((entry = table[slot]) & kKeyMask) != key && entry != kEmpty) {
+            slot = (slot + 1) & mask;
+        }
+        if (entry != kEmpty) {  // the string goes on
+            prefix = entry >> 20;
+            continue;
+        }
+        bits |= uint64_t{prefix} << bit_count;
+        bit_count += width;
         std::memcpy(out, &bits, 8);
         const uint32_t whole = bit_count >> 3;  // at most 2: fewer than 8 bits wait on entry
         out += whole;
         bits >>= 8 * whole;
         bit_count &= 7;
-        // Selected by masks: with a store on each side, the compiler would branch.
-        table[slot] = entry ^ ((entry ^ (next_code << 20 | key)) & miss_mask);
-        next_code += miss;
-        prefix = miss ? index : entry >> 20;
+        prefix = index;
+        if (next_code == (1u << width)) ++width;
+        table[slot] = next_code << 20 | key;
+        slot_of_code[next_code++] = static_cast<uint16_t>(slot);
+        // A run of this index starts: encode_repeats() takes it.
+        if (count - i > 8 && repeats(indices + i + 1, index)) {
+            ++i;
+            break;
+        }
     }
     prefix_ = prefix;
     next_code_ = next_code;
+    width_ = static_cast<int>(width);
     bits_ = bits;
     bit_count_ = static_cast<int>(bit_count);
     out_size_ = static_cast<int>(out - out_);
-    return static_cast<int>(at - indices);
+    return i;
 }
 
 void qLzwEncoder::step(uint32_t index) {
     if (next_code_ == static_cast<uint32_t>(kMaxCodes)) ++window_indices_;
+    const uint32_t key = prefix_ << 8 | index;
     uint32_t slot;
-    if (find(prefix_, index, slot)) {
+    if (find(key, slot)) {
         prefix_ = table_[slot] >> 20;
         return;
     }
     put_code(prefix_);
-    add_entry(prefix_, index, slot);
+    add_entry(key, slot);
     prefix_ = index;
 }
 
@@ -291,7 +280,7 @@ void qLzwEncoder::encode_repeats(uint32_t index, int count) {
         }
         // Lengths the table gained outside this function are found on the way.
         uint32_t slot;
-        while (known < kRunChain && find(chain[known - 1], index, slot)) {
+        while (known < kRunChain && find(uint32_t{chain[known - 1]} << 8 | index, slot)) {
             const uint32_t code = table_[slot] >> 20;
             chain[known++] = static_cast<uint16_t>(code);
             run_length_[code] = static_cast<uint16_t>(known);
@@ -317,10 +306,11 @@ bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {
     return seen < clear_code_;
 }
 
-void qLzwEncoder::add_entry(uint32_t prefix, uint32_t index, uint32_t slot) {
+void qLzwEncoder::add_entry(uint32_t key, uint32_t slot) {
     if (next_code_ < static_cast<uint32_t>(kMaxCodes)) {
         if (next_code_ == (1u << width_)) ++width_;
-        table_[slot] = next_code_++ << 20 | prefix << 8 | index;
+        table_[slot] = next_code_ << 20 | key;
+        slot_of_code_[next_code_++] = static_cast<uint16_t>(slot);
         if (next_code_ == grow_at_ && grow_at_ < static_cast<uint32_t>(kMaxCodes)) grow_table();
         return;
     }
@@ -346,14 +336,14 @@ int qLzwEncoder::encode_choosing(unsigned char* indices, const unsigned char* fl
                 continue;
             }
             uint32_t slot;
-            if (find(prefix_, index, slot)) {
+            if (find(prefix_ << 8 | index, slot)) {
                 prefix_ = table_[slot] >> 20;
                 last_index_ = indices[i] = static_cast<unsigned char>(index);
                 continue;
             }
             // The other choice may still continue the string.
             const uint32_t other = index == alternate ? indices[i] : alternate;
-            if (flexible[i] && find(prefix_, other, slot)) {
+            if (flexible[i] && find(prefix_ << 8 | other, slot)) {
                 prefix_ = table_[slot] >> 20;
                 last_index_ = indices[i] = static_cast<unsigned char>(other);
                 continue;
@@ -361,9 +351,9 @@ int qLzwEncoder::encode_choosing(unsigned char* indices, const unsigned char* fl
             // A new string starts here; at a free pixel it starts with `alternate`, the index
             // that can go on across the whole free span.
             if (flexible[i]) index = alternate;
-            find(prefix_, index, slot);
+            find(prefix_ << 8 | index, slot);
             put_code(prefix_);
-            add_entry(prefix_, index, slot);
+            add_entry(prefix_ << 8 | index, slot);
             prefix_ = last_index_ = indices[i] = static_cast<unsigned char>(index);
         }
         done += run;

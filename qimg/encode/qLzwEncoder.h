@@ -62,16 +62,12 @@ public:
     void consume(int n);
 
 private:
-    // The string table is a direct-mapped hash: one slot per (prefix, index), no probing. A
-    // string whose slot another one took is simply not found; the encoder then writes its
-    // prefix and adds it again under a new code, which any reader takes as it comes. So a
-    // look-up is one load and one compare, and the hot loop needs no branch on it. The hash
-    // starts small (a picture of long runs makes few strings, and a small table is quick to set
-    // up) and doubles as the strings come, keeping at least four slots per string until it is
-    // 2^kHashBits slots: then at most one string in five is lost when the table fills.
-    static constexpr int kHashBits = 13;
+    // The hash has eight slots per entry, so probes rarely go on. It starts small (a picture of
+    // long runs makes few strings, and a small table is quick to set up) and doubles as the
+    // strings come, up to eight times the full table.
+    static constexpr int kHashBits = 15;
     static constexpr int kHashSlots = 1 << kHashBits;
-    static constexpr int kFirstHashBits = 10;
+    static constexpr uint32_t kFirstSlots = 1024;
     static constexpr uint32_t kNoPrefix = 0xFFFFFFFFu;
 
     // Longest strings of one index whose codes run_codes_ keeps (256 of them per index).
@@ -80,8 +76,7 @@ private:
     // One piece of indices whose output room is already reserved: runs of one index go to
     // encode_repeats(), the rest to encode_distinct().
     void encode_run(const unsigned char* indices, int count);
-    // Encodes up to `count` indices (fewer where the hash grows or the codes widen); returns
-    // how many.
+    // Encodes up to `count` indices (fewer once the table is full); returns how many.
     int encode_distinct(const unsigned char* indices, int count);
     // `count` more indices equal to `index`.
     void encode_repeats(uint32_t index, int count);
@@ -94,21 +89,20 @@ private:
     // One index the plain way (any table state).
     void step(uint32_t index);
     void put_code(uint32_t code);
-    // Looks up the string prefix + index; true when present. `slot` is its slot either way:
-    // the prefix code XOR a scrambled index (hashed_). The index is known early, so the only
-    // step that waits for the previous look-up is the XOR. Codes stay below the number of
-    // slots (the hash grows before), so no mask is needed.
-    bool find(uint32_t prefix, uint32_t index, uint32_t& slot) const;
-    // How many indices at `at` go to encode_distinct(): up to and including the first index
-    // that the next 8 repeat (a run), or all `count`.
-    static int distinct_span(const unsigned char* at, int count);
-    // Doubles the hash once its entries reach a quarter of it.
+    // Looks up the string `key`; true when present. `slot` is then its slot, else the empty
+    // slot where it would go.
+    bool find(uint32_t key, uint32_t& slot) const;
+    // The prefix code XOR a scrambled index (Fibonacci hashing of the index alone). The index is
+    // known early, so the only step that waits for the previous look-up is the XOR.
+    uint32_t slot_of(uint32_t prefix, uint32_t index) const {
+        return (prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits)) & slot_mask_;
+    }
+    // Doubles the hash once its entries reach an eighth of it.
     void grow_table();
-    // Empties the hash and makes it `slots` slots.
-    void set_slots(uint32_t slots);
+    void set_grow_at();
     // After a code was written for a string that `index` does not continue: the table entry
     // (prefix + index) goes into `slot`, or the full table is cleared or kept.
-    void add_entry(uint32_t prefix, uint32_t index, uint32_t slot);
+    void add_entry(uint32_t key, uint32_t slot);
     bool valid_run(const unsigned char* indices, int count) const;
     void reset_table();
     // Deferred clear, once per code written with the full table: true when the window that
@@ -117,15 +111,15 @@ private:
     bool reserve(int64_t extra);
 
     // One word per slot: the string's code in the top 12 bits, its key (prefix << 8 | index) in
-    // the low 20. Empty slots hold the key of the clear code, which is never a prefix.
-    uint32_t empty_ = 0;
+    // the low 20. kEmpty has no code: codes with entries start at 6.
+    static constexpr uint32_t kEmpty = 0;
     static constexpr uint32_t kKeyMask = 0xFFFFFu;
-    // All from one heap block made by the first begin() (too big for the stack).
+    // Both from one heap block made by the first begin() (136 kB: too big for the stack).
     uint32_t* table_ = nullptr;
-    uint32_t slots_ = 0;  // slots in use
-    // The scrambled index of the slot function (Fibonacci hashing to log2(slots_) bits).
-    uint16_t hashed_[256] = {};
+    uint32_t slot_mask_ = 0;  // slots in use - 1
     uint32_t grow_at_ = 0;    // the next code at which the hash grows
+    // The slot of each code's entry, so a reset empties only the slots in use.
+    uint16_t* slot_of_code_ = nullptr;
     uint32_t first_code_ = 0;  // the first code with an entry in the table
     // run_codes_[c * kRunChain + k]: the code of k + 1 times index c, for k < run_known_[c]
     // (the block's third part; zero lengths known after each reset).
