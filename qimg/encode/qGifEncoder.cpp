@@ -47,31 +47,69 @@ int map_to(const qIImageBuffer* frame, const qIColormap* palette, qQuantizer map
 }
 
 // The order in which the shared palette's entries go into the global table: `rank[i]` is entry
-// i's place. The transparent entry comes first, then the colours by how many pixels change to
-// them from one frame to the next: the rectangles of later frames then hold low indices, and
-// the writer starts their data with shorter codes.
-int rank_by_change(const qIImageBuffer* const* frames, int count, const qIColormap* palette,
-                   qQuantizer mapping, unsigned char rank[256]) {
+// i's place. A frame's data starts with codes one bit wider than its highest index needs, so
+// the order should keep each frame's colours low. Built from the end: the colour needed by the
+// fewest frames still counted goes last (ties: the one fewer pixels change to), and the frames
+// that need it stop counting (their highest index is that high already, whatever the order of
+// the rest). A frame needs the colours its pixels change to from the frame before (the first
+// frame all of its own). The transparent entry comes first.
+int rank_by_need(const qIImageBuffer* const* frames, int count, const qIColormap* palette,
+                 qQuantizer mapping, unsigned char rank[256]) {
+    // needs[f * 4 + w] bit b: frame f needs colour 64 w + b.
+    auto* needs = static_cast<uint64_t*>(q_calloc(static_cast<size_t>(count) * 4, 8));
+    if (needs == nullptr) return ST_NO_MEMORY;
     int64_t changes[256] = {};
     qIndexImage indices[2];
     for (int f = 0; f < count; ++f) {
         qIndexImage& now = indices[f % 2];
         const qIndexImage& before = indices[1 - f % 2];
-        if (const int rc = map_to(frames[f], palette, mapping, now); rc != ST_OK) return rc;
-        for (int y = 0; f > 0 && y < now.size().height; ++y) {
+        if (const int rc = map_to(frames[f], palette, mapping, now); rc != ST_OK) {
+            q_free(needs);
+            return rc;
+        }
+        uint64_t* need = needs + static_cast<size_t>(f) * 4;
+        for (int y = 0; y < now.size().height; ++y) {
             const unsigned char* a = now.pixel_address(y, 0);
-            const unsigned char* b = before.pixel_address(y, 0);
-            for (int x = 0; x < now.size().width; ++x) changes[a[x]] += a[x] != b[x];
+            const unsigned char* b = f > 0 ? before.pixel_address(y, 0) : nullptr;
+            for (int x = 0; x < now.size().width; ++x) {
+                if (b && a[x] == b[x]) continue;
+                need[a[x] >> 6] |= uint64_t{1} << (a[x] & 63);
+                if (b) ++changes[a[x]];
+            }
         }
     }
     const int colors = palette->num_colors();
     const int t = palette->min_t_index();
-    int order[256];
-    for (int i = 0; i < colors; ++i) order[i] = i;
-    std::stable_sort(order, order + colors, [&](int a, int b) {
-        return (a == t) != (b == t) ? a == t : changes[a] > changes[b];
-    });
-    for (int i = 0; i < colors; ++i) rank[order[i]] = static_cast<unsigned char>(i);
+    int needed_by[256] = {};  // frames still counted that need the colour
+    for (int f = 0; f < count; ++f) {
+        const uint64_t* need = needs + static_cast<size_t>(f) * 4;
+        for (int c = 0; c < colors; ++c) needed_by[c] += need[c / 64] >> (c % 64) & 1;
+    }
+    bool placed[256] = {};
+    if (t >= 0) {
+        rank[t] = 0;
+        placed[t] = true;
+    }
+    for (int place = colors - 1; place >= (t >= 0 ? 1 : 0); --place) {
+        int last = -1;
+        for (int c = 0; c < colors; ++c) {
+            if (placed[c]) continue;
+            if (last < 0 || needed_by[c] < needed_by[last] ||
+                (needed_by[c] == needed_by[last] && changes[c] < changes[last])) {
+                last = c;
+            }
+        }
+        rank[last] = static_cast<unsigned char>(place);
+        placed[last] = true;
+        const uint64_t bit = uint64_t{1} << (last % 64);
+        for (int f = 0; f < count; ++f) {
+            uint64_t* need = needs + static_cast<size_t>(f) * 4;
+            if (!(need[last / 64] & bit)) continue;
+            for (int c = 0; c < colors; ++c) needed_by[c] -= need[c / 64] >> (c % 64) & 1;
+            need[0] = need[1] = need[2] = need[3] = 0;  // counted out
+        }
+    }
+    q_free(needs);
     return ST_OK;
 }
 
@@ -281,7 +319,7 @@ int qGifEncoder::encode_frames(const qIImageBuffer* const* frames, const int* de
     unsigned char rank[256];
     qColormap global;  // the global table: the shared palette reordered, or the first frame's own
     if (shared) {
-        rc = rank_by_change(frames, count, shared, mapping, rank);
+        rc = rank_by_need(frames, count, shared, mapping, rank);
         if (rc == ST_OK) rc = global.create(shared->num_colors());
         for (int i = 0; rc == ST_OK && i < shared->num_colors(); ++i) {
             global.set_color(rank[i], shared->get_color(i));

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "common/TestKit.h"
@@ -118,6 +119,14 @@ TEST(qGifOptimizerTest, TrueColourFramesOptimisedShowWhatThePlainFileShows) {
         EXPECT_EQ(optimized.animation.frame(1)->frame_disposal(), 1);
         if (!dither) {
             EXPECT_EQ(optimized.animation.frame(3)->frame_rect(), qRect(8, 10, 14, 10));
+            // The global table starts with the colours the small frames need: 3-bit indices.
+            for (int f = 3; f < kFrames; ++f) {
+                const qIImageBuffer* image = optimized.animation.frame(f)->image();
+                for (int y = 0; y < image->size().height; ++y) {
+                    const unsigned char* row = image->pixel_address(y, 0);
+                    EXPECT_LT(*std::max_element(row, row + image->size().width), 8) << f;
+                }
+            }
         }
     }
 }
