@@ -188,8 +188,7 @@ int write_as_read(const qGifAnimation* animation, int frames, int delay, int loo
         if (frame->control()) control = *frame->control();
         if (delay >= 0) control.delay = delay;
         const bool with_control = frame->control() != nullptr || delay >= 0;
-        rc = writer.add_image(frame->image(), frame->frame_rect().pos(), frame->local_colormap(),
-                              with_control ? &control : nullptr, frame->interlaced(), nullptr);
+        rc = writer.add_frame(frame, with_control ? &control : nullptr, nullptr);
         if (rc == ST_OK && monitor && !monitor->progress(f + 1, frames, 0, 1)) rc = ST_CANCELLED;
     }
     return rc == ST_OK ? writer.finish() : rc;
@@ -398,7 +397,7 @@ int qGifEncoder::reencode(qGifAnimation* animation, qGifResaveMode mode, int del
                           qIFileW* sink, qIMonitor* monitor, bool* recut) {
     if (recut) *recut = false;
     const int frames = animation ? animation->num_frames() : 0;
-    if (frames < 1 || !animation->valid() || sink == nullptr || delay < -1 || delay > 65535 ||
+    if (frames < 1 || animation->size().empty() || sink == nullptr || delay < -1 || delay > 65535 ||
         loop_count < -1 || loop_count > 65536 || mode < RS_AS_READ || mode > RS_SMALLER) {
         return ST_BAD_ARGUMENT;
     }

@@ -29,6 +29,7 @@
 
 class qGifAnimation;
 class qGifControl;
+class qGifFrame;
 class qIColormap;
 class qIFileW;
 class qIImageBuffer;
@@ -67,6 +68,12 @@ public:
     // control value outside the format's fields; -1 out of memory; sink codes.
     int add_image(const qIImageBuffer* image, qPoint offset, const qIColormap* local_colormap,
                   const qGifControl* control, bool interlaced, qIMonitor* monitor);
+    // One frame as read: its image, offset, local map and interlace flag, with `control` (null:
+    // the frame's own, if any). A frame without pixels (the browser rules keep images of width
+    // or height 0) is written as one transparent pixel at the screen's corner that disposes of
+    // nothing: it shows nothing, as the original, and keeps the frame's delay. Codes of
+    // add_image(); the monitor hears the frame's rows.
+    int add_frame(const qGifFrame* frame, const qGifControl* control, qIMonitor* monitor);
     // The trailer; the writer then lets go of the sink. 0; -5 before begin(); sink codes.
     int finish();
 
@@ -91,6 +98,8 @@ private:
     int flush();
     int write_image(const qIImageBuffer* image, qPoint offset, const qIColormap* local_colormap,
                     const qGifControl* control, bool interlaced, qIMonitor* monitor,
+                    int rows_before, int rows_total);
+    int write_frame(const qGifFrame* frame, const qGifControl* control, qIMonitor* monitor,
                     int rows_before, int rows_total);
 
     static constexpr int kStageBytes = 16384;
