@@ -94,7 +94,7 @@ int parse(ArgList& args, bool encode, WriteOptions& o) {
                                    : "resave needs IN.gif and -o OUT.gif");
     }
     if (!encode && o.inputs.size() > 1) return report_usage("resave: one input file only");
-    if (!has_extension(o.output, ".gif")) {
+    if (!has_extension(o.output, ".gif") && !is_standard_output(o.output)) {
         return report_usage(std::string(name) + ": the output must be a .gif file");
     }
     return kExitOk;
@@ -161,8 +161,8 @@ int command_encode(ArgList& args) {
     });
     progress.finish();
     if (status != kExitOk) return status;
-    std::printf("%zu frame%s -> %s\n", frames.size(), frames.size() == 1 ? "" : "s",
-                o.output.c_str());
+    std::fprintf(summary_stream(o.output), "%zu frame%s -> %s\n", frames.size(),
+                 frames.size() == 1 ? "" : "s", o.output.c_str());
     return kExitOk;
 }
 
@@ -181,8 +181,8 @@ int command_resave(ArgList& args) {
     });
     progress.finish();
     if (status != kExitOk) return status;
-    std::printf("%s: %d frame%s -> %s%s\n", o.inputs.front().c_str(), animation->num_frames(),
-                animation->num_frames() == 1 ? "" : "s", o.output.c_str(),
-                o.optimize ? (recut ? " (re-cut)" : " (kept as read: smaller)") : "");
+    std::fprintf(summary_stream(o.output), "%s: %d frame%s -> %s%s\n", o.inputs.front().c_str(),
+                 animation->num_frames(), animation->num_frames() == 1 ? "" : "s", o.output.c_str(),
+                 o.optimize ? (recut ? " (re-cut)" : " (kept as read: smaller)") : "");
     return kExitOk;
 }

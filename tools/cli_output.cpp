@@ -53,21 +53,43 @@ bool is_regular_or_absent(const std::string& path) {
     return stat(path.c_str(), &info) != 0 ? errno == ENOENT : S_ISREG(info.st_mode);
 }
 
+// Writes in place through `file` (null when it could not be opened).
+int write_in_place(const std::string& target, std::FILE* file,
+                   const std::function<int(std::FILE*)>& write) {
+    if (file == nullptr)
+        return report_error(target, std::string("cannot open: ") + std::strerror(errno));
+    std::string why;
+    const int status = write_and_close(file, write, why);
+    return status == 0 ? kExitOk : report_write_status(target, status, why);
+}
+
 }  // namespace
 
+bool is_standard_output(const std::string& target) {
+    return target == "-" || target == "/dev/stdout";
+}
+
+std::FILE* summary_stream(const std::string& target) {
+    return is_standard_output(target) ? stderr : stdout;
+}
+
 int write_output(const std::string& target, const std::function<int(std::FILE*)>& write) {
+    // Standard output is written where it stands, through a copy of its descriptor: opening
+    // /dev/stdout anew would truncate a file the caller appends to, and renaming would replace it.
+    if (is_standard_output(target)) {
+        std::fflush(stdout);
+        const int fd = dup(STDOUT_FILENO);
+        std::FILE* file = fd < 0 ? nullptr : fdopen(fd, "wb");
+        if (file == nullptr && fd >= 0) close(fd);
+        return write_in_place(target, file, write);
+    }
     std::string why;
     const std::string destination = link_destination(target);
     struct stat info;
     const bool exists = stat(destination.c_str(), &info) == 0;
     if (exists && S_ISDIR(info.st_mode)) return report_error(target, "is a directory");
-    if (exists && !S_ISREG(info.st_mode)) {
-        std::FILE* file = std::fopen(destination.c_str(), "wb");
-        if (file == nullptr)
-            return report_error(target, std::string("cannot open: ") + std::strerror(errno));
-        const int status = write_and_close(file, write, why);
-        return status == 0 ? kExitOk : report_write_status(target, status, why);
-    }
+    if (exists && !S_ISREG(info.st_mode))
+        return write_in_place(target, std::fopen(destination.c_str(), "wb"), write);
     std::string temporary = destination + ".XXXXXX";
     const int fd = mkstemp(temporary.data());
     if (fd < 0) {

@@ -172,7 +172,7 @@ int command_quantize(ArgList& args) {
     }
     writing.finish();
     if (status != kExitOk) return status;
-    std::printf("%s: %d x %d, %d palette entries -> %s\n", o.input.c_str(), size.width, size.height,
-                palette.num_colors(), o.output.c_str());
+    std::fprintf(summary_stream(o.output), "%s: %d x %d, %d palette entries -> %s\n",
+                 o.input.c_str(), size.width, size.height, palette.num_colors(), o.output.c_str());
     return kExitOk;
 }

@@ -170,9 +170,9 @@ int command_render(ArgList& args) {
         progress.finish();
         if (status != 0) return report_status(o.input, "composing frame", status);
         if (const int s = scale_and_write(screen, o, o.output, true); s != kExitOk) return s;
-        std::printf("%s: frame %d, %d x %d -> %s\n", o.input.c_str(), o.frame,
-                    scaled_size(screen.size, o.scale_x, o.scale_y).width,
-                    scaled_size(screen.size, o.scale_x, o.scale_y).height, o.output.c_str());
+        std::fprintf(summary_stream(o.output), "%s: frame %d, %d x %d -> %s\n", o.input.c_str(),
+                     o.frame, scaled_size(screen.size, o.scale_x, o.scale_y).width,
+                     scaled_size(screen.size, o.scale_x, o.scale_y).height, o.output.c_str());
         return kExitOk;
     }
     TerminalProgress progress("rendering frames");
@@ -189,8 +189,9 @@ int command_render(ArgList& args) {
     progress.finish();
     std::string first;
     frame_name(o.output, 0, first);
-    std::printf("%s: %d frame%s -> %s%s%s\n", o.input.c_str(), frames, frames == 1 ? "" : "s",
-                first.c_str(), frames > 1 ? " ... " : "", frames > 1 ? name.c_str() : "");
+    std::fprintf(summary_stream(o.output), "%s: %d frame%s -> %s%s%s\n", o.input.c_str(), frames,
+                 frames == 1 ? "" : "s", first.c_str(), frames > 1 ? " ... " : "",
+                 frames > 1 ? name.c_str() : "");
     return kExitOk;
 }
 
@@ -258,7 +259,7 @@ int command_sheet(ArgList& args) {
     });
     writing.finish();
     if (status != kExitOk) return status;
-    std::printf("%s: %d frames on a %d x %d sheet -> %s\n", o.input.c_str(), frames,
-                sheet.size.width, sheet.size.height, o.output.c_str());
+    std::fprintf(summary_stream(o.output), "%s: %d frames on a %d x %d sheet -> %s\n",
+                 o.input.c_str(), frames, sheet.size.width, sheet.size.height, o.output.c_str());
     return kExitOk;
 }

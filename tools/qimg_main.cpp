@@ -65,7 +65,8 @@ Options:
 
 A progress bar appears on a terminal for long work (reading, composing, scaling,
 quantizing, writing); Ctrl-C stops it cleanly and leaves no partial output. Every file is
-written to a temporary file beside it and renamed into place when complete.
+written to a temporary file beside it and renamed into place when complete; an output
+named - is standard output.
 Exit status: 0 success (also for a GIF read up to a break, with a warning), 1 a file or
 the library refused the work, 2 a wrong command line, 130 cancelled.
 )";

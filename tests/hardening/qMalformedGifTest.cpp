@@ -67,7 +67,7 @@ struct Case {
 
 // Memory a stream may cost: a few times its own size plus its declared pixels, plus a constant
 // for the fixed tables (colour maps, row tables, the LZW output's slack).
-unsigned long long budget(const Bytes& bytes, long long declared_pixels) {
+[[maybe_unused]] unsigned long long budget(const Bytes& bytes, long long declared_pixels) {
     return 4ull * bytes.size() + 2ull * static_cast<unsigned long long>(declared_pixels) +
            (1ull << 20);
 }

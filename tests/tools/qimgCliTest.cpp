@@ -138,6 +138,24 @@ TEST_F(qimgCliTest, RenderWritesTheComposedFramesScaled) {
     ASSERT_EQ(one.status, 0) << one.err;
     EXPECT_TRUE(fs::is_symlink(path("3.png")));
     EXPECT_EQ(slurp(path("three.png")), slurp(path("f%-03.png")));
+
+    // The contact sheet: 5 frames in 2 columns, cells 6 pixels apart with a label row under each;
+    // every opaque pixel of a frame is in its cell.
+    ASSERT_EQ(run("sheet " + kSample.string() + " --columns 2 -o " + path("s.png")).status, 0);
+    PngPicture sheet;
+    std::string error;
+    ASSERT_TRUE(read_png(path("s.png"), sheet, error)) << error;
+    ASSERT_EQ(sheet.width, 2 * (96 + 6) + 6);
+    const int row_pitch = (sheet.height - 6) / 3;
+    for (int frame = 0; frame < 5; ++frame) {
+        const int x0 = 6 + frame % 2 * (96 + 6), y0 = 6 + frame / 2 * row_pitch;
+        for (int i = 0; i < 96 * 64; ++i) {
+            const unsigned char* want = &frames[frame][static_cast<size_t>(i) * 4];
+            const unsigned char* got =
+                &sheet.pixels[(static_cast<size_t>(y0 + i / 96) * sheet.width + x0 + i % 96) * 4];
+            ASSERT_TRUE(want[3] < 255 || std::equal(got, got + 4, want)) << frame << " " << i;
+        }
+    }
 }
 
 TEST_F(qimgCliTest, QuantizeKeepsColoursThatFitAndTakesAlphaByTheThreshold) {
@@ -202,7 +220,7 @@ TEST_F(qimgCliTest, EncodeAndResaveWriteGifsThatShowTheFrames) {
     std::string frames;
     const auto expected = composed_frames(kSample.string());
     for (int i = 0; i < 5; ++i) {
-        const std::string png = path("f" + std::to_string(i) + ".png");
+        const std::string png = path(std::to_string(i) + ".png");
         save_png(png, expected[i], 96, 64);
         frames += png + " ";
     }
@@ -217,6 +235,17 @@ TEST_F(qimgCliTest, EncodeAndResaveWriteGifsThatShowTheFrames) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(composed_frames(again), expected);
 
+    // Standard output ("-" or /dev/stdout) is written where it stands, after what came before.
+    r = run("resave " + again + " -o -");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string resave = std::string(QIMG_CLI) + " resave " + again, joined = path("joined");
+    ASSERT_EQ(std::system(("{ printf head; " + resave + " -o -; " + resave +
+                           " -o /dev/stdout; } >" + joined)
+                              .c_str()),
+              0);
+    EXPECT_EQ(slurp(joined), "head" + r.out + r.out);
+    EXPECT_GT(r.out.size(), 100u);
+
     // A failing run leaves the target as it was and no file of its own behind.
     const std::string before = slurp(anim);
     r = run("encode " + frames + path("missing.png") + " -o " + anim);
@@ -226,7 +255,7 @@ TEST_F(qimgCliTest, EncodeAndResaveWriteGifsThatShowTheFrames) {
     EXPECT_NE(r.err.find("no-dir/x.gif"), std::string::npos) << r.err;
     EXPECT_EQ(slurp(anim), before);
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()),
-              9);  // 5 PNGs, 2 GIFs, stdout, stderr
+              10);  // 5 PNGs, 2 GIFs, joined, stdout, stderr
 }
 
 // One row per kind of trouble: the exit status and the words a user reads on stderr.
