@@ -165,11 +165,9 @@ int qGifWriter::add_frame(const qGifFrame* frame, const qGifControl* control, qI
 
 int qGifWriter::write_frame(const qGifFrame* frame, const qGifControl* control, qIMonitor* monitor,
                             int rows_before, int rows_total) {
-    const qIImageBuffer* image = frame->image();
-    const qRect rect = frame->frame_rect();
-    if (rect.width > 0 && rect.height > 0) {
-        return write_image(image, rect.pos(), frame->local_colormap(), control, frame->interlaced(),
-                           monitor, rows_before, rows_total);
+    if (frame->image() != nullptr) {
+        return write_image(frame->image(), frame->frame_rect().pos(), frame->local_colormap(),
+                           control, frame->interlaced(), monitor, rows_before, rows_total);
     }
     // No pixels: one transparent pixel in the global table's colours when there is one, so no
     // local table is written for it.

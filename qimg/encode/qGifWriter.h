@@ -70,8 +70,8 @@ public:
                   const qGifControl* control, bool interlaced, qIMonitor* monitor);
     // One frame as read: its image, offset, local map and interlace flag, with `control` (null:
     // the frame's own, if any). A frame without pixels (the browser rules keep images of width
-    // or height 0) is written as one transparent pixel at the screen's corner that disposes of
-    // nothing: it shows nothing, as the original, and keeps the frame's delay. Codes of
+    // or height 0, or without data) is written as one transparent pixel at the screen's corner that
+    // disposes of nothing: it shows nothing, as the original, and keeps the frame's delay. Codes of
     // add_image(); the monitor hears the frame's rows.
     int add_frame(const qGifFrame* frame, const qGifControl* control, qIMonitor* monitor);
     // The trailer; the writer then lets go of the sink. 0; -5 before begin(); sink codes.

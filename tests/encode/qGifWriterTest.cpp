@@ -104,9 +104,7 @@ TEST(qGifWriterTest, AFrameWithoutPixelsShowsNothing) {
         qtest::read_file(std::string(QIMG_GIF_CORPUS) + "/browser/gdk-pixbuf-image-zero-width.gif");
     qGifAnimation original, back;
     qMemoryR source(bytes.data(), bytes.size());
-    qGifReadOptions browser;
-    browser.browser_rules = true;
-    ASSERT_EQ(original.read(&source, nullptr, browser), 0);
+    ASSERT_EQ(original.read(&source, nullptr, qGifReadOptions{.browser_rules = true}), 0);
     qMemoryW sink;
     ASSERT_EQ(qGifWriter().write(&original, &sink, nullptr), 0);
     qMemoryR again(sink.data(), sink.size());
