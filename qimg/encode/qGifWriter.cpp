@@ -222,6 +222,7 @@ int qGifWriter::write_image(const qIImageBuffer* image, qPoint offset,
     // 2-colour image still needs code size 2: code size 1 is not part of the format.
     const int code_size = std::max(2, static_cast<int>(std::bit_width(seen)));
     if (const int rc = lzw_.begin(code_size, deferred_clear_); rc != ST_OK) return rc;
+    if (keep_near_end_ && !deferred_clear_) lzw_.keep_near_end(int64_t{size.width} * size.height);
 
     int rc = ST_OK;
     if (control) {

@@ -45,6 +45,9 @@ public:
     // The clear policy of the LZW encoder for the images written from now on (see
     // qLzwEncoder::begin); off by default.
     void set_deferred_clear(bool deferred) { deferred_clear_ = deferred; }
+    // Without the deferred clear: keep a table that fills up near an image's end (see
+    // qLzwEncoder::keep_near_end); off by default.
+    void set_keep_near_end(bool keep) { keep_near_end_ = keep; }
 
     // Starts a stream on `sink` (borrowed until finish()): "GIF89a", the logical screen of
     // `screen` (1..65535 each way), the global colour table from `global_colormap` (null for
@@ -108,6 +111,7 @@ private:
     const qIColormap* global_colormap_ = nullptr;
     int status_ = -5;  // 0 while a stream is open; else the code that ended it (or -5: none)
     bool deferred_clear_ = false;
+    bool keep_near_end_ = false;
     qLzwEncoder lzw_;
     int staged_ = 0;
     unsigned char stage_[kStageBytes];
