@@ -46,32 +46,75 @@ int map_to(const qIImageBuffer* frame, const qIColormap* palette, qQuantizer map
     return rc;
 }
 
+// Palette order for frames that use few colours. A frame's data starts with codes one bit
+// wider than its highest index needs, so the order should keep each frame's colours low.
+// `needs` (4 words per frame) has bit c set when frame f needs colour c: the colours its
+// pixels change to from the frame before (the first frame all of its own); `changes[c]`
+// counts those pixels. Colours 0..colors-1 other than `skip` get places first, first + 1, ...
+// in `rank`. Built from the end: the colour needed by the fewest frames still counted goes
+// last (ties: the one fewer pixels change to), and the frames that need it stop counting
+// (their highest index is that high already, whatever the order of the rest). `needs` is
+// used up.
+void order_by_need(uint64_t* needs, int count, int colors, const int64_t changes[256], int skip,
+                   int first, unsigned char rank[256]) {
+    int needed_by[256] = {};  // frames still counted that need the colour
+    for (int f = 0; f < count; ++f) {
+        const uint64_t* need = needs + static_cast<size_t>(f) * 4;
+        for (int c = 0; c < colors; ++c) needed_by[c] += need[c / 64] >> (c % 64) & 1;
+    }
+    bool placed[256] = {};
+    if (skip >= 0) placed[skip] = true;
+    for (int place = first + colors - (skip >= 0) - 1; place >= first; --place) {
+        int last = -1;
+        for (int c = 0; c < colors; ++c) {
+            if (placed[c]) continue;
+            if (last < 0 || needed_by[c] < needed_by[last] ||
+                (needed_by[c] == needed_by[last] && changes[c] < changes[last])) {
+                last = c;
+            }
+        }
+        rank[last] = static_cast<unsigned char>(place);
+        placed[last] = true;
+        const uint64_t bit = uint64_t{1} << (last % 64);
+        for (int f = 0; f < count; ++f) {
+            uint64_t* need = needs + static_cast<size_t>(f) * 4;
+            if (!(need[last / 64] & bit)) continue;
+            for (int c = 0; c < colors; ++c) needed_by[c] -= need[c / 64] >> (c % 64) & 1;
+            need[0] = need[1] = need[2] = need[3] = 0;  // counted out
+        }
+    }
+}
+
 // The order in which the shared palette's entries go into the global table: `rank[i]` is entry
-// i's place. The transparent entry comes first, then the colours by how many pixels change to
-// them from one frame to the next: the rectangles of later frames then hold low indices, and
-// the writer starts their data with shorter codes.
-int rank_by_change(const qIImageBuffer* const* frames, int count, const qIColormap* palette,
-                   qQuantizer mapping, unsigned char rank[256]) {
+// i's place; the transparent entry first, then the colours by order_by_need().
+int rank_by_need(const qIImageBuffer* const* frames, int count, const qIColormap* palette,
+                 qQuantizer mapping, unsigned char rank[256]) {
+    auto* needs = static_cast<uint64_t*>(q_calloc(static_cast<size_t>(count) * 4, 8));
+    if (needs == nullptr) return ST_NO_MEMORY;
     int64_t changes[256] = {};
     qIndexImage indices[2];
     for (int f = 0; f < count; ++f) {
         qIndexImage& now = indices[f % 2];
         const qIndexImage& before = indices[1 - f % 2];
-        if (const int rc = map_to(frames[f], palette, mapping, now); rc != ST_OK) return rc;
-        for (int y = 0; f > 0 && y < now.size().height; ++y) {
+        if (const int rc = map_to(frames[f], palette, mapping, now); rc != ST_OK) {
+            q_free(needs);
+            return rc;
+        }
+        uint64_t* need = needs + static_cast<size_t>(f) * 4;
+        for (int y = 0; y < now.size().height; ++y) {
             const unsigned char* a = now.pixel_address(y, 0);
-            const unsigned char* b = before.pixel_address(y, 0);
-            for (int x = 0; x < now.size().width; ++x) changes[a[x]] += a[x] != b[x];
+            const unsigned char* b = f > 0 ? before.pixel_address(y, 0) : nullptr;
+            for (int x = 0; x < now.size().width; ++x) {
+                if (b && a[x] == b[x]) continue;
+                need[a[x] >> 6] |= uint64_t{1} << (a[x] & 63);
+                ++changes[a[x]];
+            }
         }
     }
-    const int colors = palette->num_colors();
     const int t = palette->min_t_index();
-    int order[256];
-    for (int i = 0; i < colors; ++i) order[i] = i;
-    std::stable_sort(order, order + colors, [&](int a, int b) {
-        return (a == t) != (b == t) ? a == t : changes[a] > changes[b];
-    });
-    for (int i = 0; i < colors; ++i) rank[order[i]] = static_cast<unsigned char>(i);
+    if (t >= 0) rank[t] = 0;
+    order_by_need(needs, count, palette->num_colors(), changes, t, t >= 0 ? 1 : 0, rank);
+    q_free(needs);
     return ST_OK;
 }
 
@@ -145,8 +188,7 @@ int write_as_read(const qGifAnimation* animation, int frames, int delay, int loo
         if (frame->control()) control = *frame->control();
         if (delay >= 0) control.delay = delay;
         const bool with_control = frame->control() != nullptr || delay >= 0;
-        rc = writer.add_image(frame->image(), frame->frame_rect().pos(), frame->local_colormap(),
-                              with_control ? &control : nullptr, frame->interlaced(), nullptr);
+        rc = writer.add_frame(frame, with_control ? &control : nullptr, nullptr);
         if (rc == ST_OK && monitor && !monitor->progress(f + 1, frames, 0, 1)) rc = ST_CANCELLED;
     }
     return rc == ST_OK ? writer.finish() : rc;
@@ -175,33 +217,51 @@ int for_each_screen(qGifAnimation* animation, int frames, Use use) {
 // table (nothing is written then).
 int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count, qIFileW* sink,
                 qIMonitor* monitor) {
-    // First pass: do the composed screens fit one table?
+    // First pass: do the composed screens fit one table, and which colours does each frame
+    // need (see order_by_need)?
+    const qSize s = animation->size();
+    const int64_t pixel_count = int64_t{s.width} * s.height;
     auto* palette_set = q_new<ExactPalette>();
-    if (palette_set == nullptr) return ST_NO_MEMORY;
+    auto* needs = static_cast<uint64_t*>(q_calloc(static_cast<size_t>(frames) * 4, 8));
+    auto* before = static_cast<uint32_t*>(q_malloc(static_cast<size_t>(pixel_count) * 4));
+    int64_t changes[256] = {};
     bool fits = true, transparent = false;
-    int rc = for_each_screen(animation, frames, [&](int, const unsigned char* pixels) {
-        const qSize s = animation->size();
-        for (int64_t i = 0; fits && i < int64_t{s.width} * s.height; ++i) {
-            const uint32_t bgra = load_bgra(pixels + 4 * i);
-            if (bgra >> 24 == 0) {
-                transparent = true;
-            } else {
-                fits = palette_set->index_of(bgra) >= 0;
+    int rc = palette_set && needs && before ? ST_OK : ST_NO_MEMORY;
+    if (rc == ST_OK) {
+        rc = for_each_screen(animation, frames, [&](int f, const unsigned char* pixels) {
+            uint64_t* need = needs + static_cast<size_t>(f) * 4;
+            for (int64_t i = 0; fits && i < pixel_count; ++i) {
+                const uint32_t bgra = load_bgra(pixels + 4 * i);
+                const int index = bgra >> 24 == 0 ? -1 : palette_set->index_of(bgra);
+                if (bgra >> 24 == 0) {
+                    transparent = true;
+                } else if (index < 0) {
+                    fits = false;
+                } else if (f == 0 || bgra != before[i]) {
+                    need[index / 64] |= uint64_t{1} << (index % 64);
+                    ++changes[index];
+                }
+                before[i] = bgra;
             }
-        }
-        return ST_OK;
-    });
-    const int colors = palette_set->count();
+            return ST_OK;
+        });
+    }
+    q_free(before);
+    const int colors = palette_set ? palette_set->count() : 0;
     if (rc == ST_OK && (!fits || colors + (transparent ? 1 : 0) > 256)) rc = ST_UNSUPPORTED;
-    // The table: the transparent entry first when it fits, then the colours in order of
-    // appearance, so frames that use few colours (or only add some) keep their codes short.
+    // The table: the transparent entry first when it fits, then the colours by need, so frames
+    // that use few colours (or only add some) keep their codes short.
     qColormap palette;
     const int t = colors < 256 ? 0 : -1;
-    const int first = t + 1;
-    if (rc == ST_OK) rc = palette.create(colors + first);
+    unsigned char rank[256];
+    if (rc == ST_OK) {
+        order_by_need(needs, frames, colors, changes, -1, t + 1, rank);
+        rc = palette.create(colors + t + 1);
+    }
+    q_free(needs);
     for (int i = 0; rc == ST_OK && i < colors; ++i) {
         const uint32_t c = palette_set->color(i);
-        palette.set_color(first + i,
+        palette.set_color(rank[i],
                           qPixRA{static_cast<unsigned char>(c), static_cast<unsigned char>(c >> 8),
                                  static_cast<unsigned char>(c >> 16), 255});
     }
@@ -216,15 +276,14 @@ int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count,
     for (int i = 0; rc == ST_OK && i < animation->num_comments(); ++i) {
         rc = optimizer.add_comment(animation->comment(i)->data(), animation->comment(i)->count());
     }
-    const qSize s = animation->size();
-    auto* indices = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(s.width) * s.height));
+    auto* indices = static_cast<unsigned char*>(q_malloc(static_cast<size_t>(pixel_count)));
     if (rc == ST_OK && indices == nullptr) rc = ST_NO_MEMORY;
     if (rc == ST_OK) {
         rc = for_each_screen(animation, frames, [&](int f, const unsigned char* pixels) {
-            for (int64_t i = 0; i < int64_t{s.width} * s.height; ++i) {
+            for (int64_t i = 0; i < pixel_count; ++i) {
                 const uint32_t bgra = load_bgra(pixels + 4 * i);
                 indices[i] = static_cast<unsigned char>(
-                    bgra >> 24 == 0 ? t : first + palette_set->index_of(bgra));
+                    bgra >> 24 == 0 ? t : rank[palette_set->index_of(bgra)]);
             }
             const qGifControl* control = animation->frame(f)->control();
             const int frame_delay = delay >= 0 ? delay : (control ? control->delay : 0);
@@ -281,7 +340,7 @@ int qGifEncoder::encode_frames(const qIImageBuffer* const* frames, const int* de
     unsigned char rank[256];
     qColormap global;  // the global table: the shared palette reordered, or the first frame's own
     if (shared) {
-        rc = rank_by_change(frames, count, shared, mapping, rank);
+        rc = rank_by_need(frames, count, shared, mapping, rank);
         if (rc == ST_OK) rc = global.create(shared->num_colors());
         for (int i = 0; rc == ST_OK && i < shared->num_colors(); ++i) {
             global.set_color(rank[i], shared->get_color(i));
@@ -338,7 +397,7 @@ int qGifEncoder::reencode(qGifAnimation* animation, qGifResaveMode mode, int del
                           qIFileW* sink, qIMonitor* monitor, bool* recut) {
     if (recut) *recut = false;
     const int frames = animation ? animation->num_frames() : 0;
-    if (frames < 1 || !animation->valid() || sink == nullptr || delay < -1 || delay > 65535 ||
+    if (frames < 1 || animation->size().empty() || sink == nullptr || delay < -1 || delay > 65535 ||
         loop_count < -1 || loop_count > 65536 || mode < RS_AS_READ || mode > RS_SMALLER) {
         return ST_BAD_ARGUMENT;
     }

@@ -190,8 +190,9 @@ int64_t qGifOptimizer::cut(qRect area, Fill fill) {
     return total + trial_.size();
 }
 
-int64_t qGifOptimizer::encoded_size(bool deferred_clear) {
+int64_t qGifOptimizer::encoded_size(bool deferred_clear, bool keep_near_end) {
     if (trial_.begin(code_size_, deferred_clear) != ST_OK) return ST_NO_MEMORY;
+    if (keep_near_end) trial_.keep_near_end(int64_t{crop_.size().width} * crop_.size().height);
     int64_t total = 0;
     const qSize size = crop_.size();
     for (int y = 0; y < size.height; ++y) {
@@ -214,9 +215,9 @@ int qGifOptimizer::write_pending(const uint32_t* next) {
     // chosen variant is cut last, so crop_ holds it already when it wins.
     if (optimize_ && pending_transparent_ >= 0) {
         cut(area, Fill::kAsTheyAre);
-        const int64_t plain = encoded_size(false);
+        const int64_t plain = encoded_size(false, false);
         cut(area, Fill::kTransparent);
-        const int64_t transparent = encoded_size(false);
+        const int64_t transparent = encoded_size(false, false);
         const int64_t chosen = cut(area, Fill::kChosen);
         if (plain < 0 || transparent < 0 || chosen < 0) return ST_NO_MEMORY;
         if (plain < chosen || transparent < chosen) {
@@ -226,10 +227,13 @@ int qGifOptimizer::write_pending(const uint32_t* next) {
         cut(area, Fill::kAsTheyAre);
     }
     // Busy pictures whose statistics stay the same compress better when the full LZW table is
-    // kept; which one wins depends on the picture, so both are tried.
-    const int64_t cleared = encoded_size(false), kept = encoded_size(true);
-    if (cleared < 0 || kept < 0) return ST_NO_MEMORY;
-    writer_.set_deferred_clear(kept < cleared);
+    // kept, and a table that fills near the end rarely pays to renew; which one wins depends on
+    // the picture, so all three are tried.
+    const int64_t cleared = encoded_size(false, false), kept = encoded_size(true, false),
+                  kept_near_end = encoded_size(false, true);
+    if (cleared < 0 || kept < 0 || kept_near_end < 0) return ST_NO_MEMORY;
+    writer_.set_deferred_clear(kept < std::min(cleared, kept_near_end));
+    writer_.set_keep_near_end(kept_near_end < cleared);
     qGifControl control;
     control.delay = pending_delay_;
     control.disposal = restore ? 2 : 1;

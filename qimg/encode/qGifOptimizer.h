@@ -70,7 +70,7 @@ private:
     // kChosen the LZW size of the result (ST_NO_MEMORY when out of memory), else 0.
     int64_t cut(qRect area, Fill fill);
     // LZW bytes of crop_ with the given clear policy (ST_NO_MEMORY when out of memory).
-    int64_t encoded_size(bool deferred_clear);
+    int64_t encoded_size(bool deferred_clear, bool keep_near_end);
     void release();
 
     qGifWriter writer_;

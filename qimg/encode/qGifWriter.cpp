@@ -157,6 +157,37 @@ int qGifWriter::add_image(const qIImageBuffer* image, qPoint offset,
     return write_image(image, offset, local_colormap, control, interlaced, monitor, 0, rows);
 }
 
+int qGifWriter::add_frame(const qGifFrame* frame, const qGifControl* control, qIMonitor* monitor) {
+    if (frame == nullptr) return ST_BAD_ARGUMENT;
+    return write_frame(frame, control ? control : frame->control(), monitor, 0,
+                       frame->frame_rect().height);
+}
+
+int qGifWriter::write_frame(const qGifFrame* frame, const qGifControl* control, qIMonitor* monitor,
+                            int rows_before, int rows_total) {
+    if (frame->image() != nullptr) {
+        return write_image(frame->image(), frame->frame_rect().pos(), frame->local_colormap(),
+                           control, frame->interlaced(), monitor, rows_before, rows_total);
+    }
+    // No pixels: one transparent pixel in the global table's colours when there is one, so no
+    // local table is written for it.
+    const qIColormap* colormap = global_colormap_ ? nullptr : frame->local_colormap();
+    qGifControl nothing;
+    if (control) nothing = *control;
+    nothing.disposal = 1;
+    const qIColormap* map = colormap ? colormap : global_colormap_;
+    if (map == nullptr) return ST_BAD_ARGUMENT;
+    if (nothing.transparent < 0 || nothing.transparent >= map->num_colors()) {
+        nothing.transparent = 0;
+    }
+    qIndexImage pixel;
+    int rc = pixel.Create_buffer(qSize(1, 1), PT_INDEX8);
+    if (rc == ST_OK) rc = pixel.set_colormap(map, -1);
+    if (rc != ST_OK) return fail(rc);
+    *pixel.pixel_address(0, 0) = static_cast<unsigned char>(nothing.transparent);
+    return write_image(&pixel, qPoint(), colormap, &nothing, false, nullptr, 0, 1);
+}
+
 int qGifWriter::write_image(const qIImageBuffer* image, qPoint offset,
                             const qIColormap* local_colormap, const qGifControl* control,
                             bool interlaced, qIMonitor* monitor, int rows_before, int rows_total) {
@@ -191,6 +222,7 @@ int qGifWriter::write_image(const qIImageBuffer* image, qPoint offset,
     // 2-colour image still needs code size 2: code size 1 is not part of the format.
     const int code_size = std::max(2, static_cast<int>(std::bit_width(seen)));
     if (const int rc = lzw_.begin(code_size, deferred_clear_); rc != ST_OK) return rc;
+    if (keep_near_end_ && !deferred_clear_) lzw_.keep_near_end(int64_t{size.width} * size.height);
 
     int rc = ST_OK;
     if (control) {
@@ -278,8 +310,7 @@ int qGifWriter::write(const qGifAnimation* animation, qIFileW* sink, qIMonitor* 
     for (int f = 0; f < frames && rc == ST_OK; ++f) {
         const qGifFrame* frame = animation->frame(f);
         const qRect rect = frame->frame_rect();
-        rc = write_image(frame->image(), rect.pos(), frame->local_colormap(), frame->control(),
-                         frame->interlaced(), monitor, rows_before, total);
+        rc = write_frame(frame, frame->control(), monitor, rows_before, total);
         rows_before = static_cast<int>(
             rows_before + int64_t{rect.height} > total ? total : rows_before + rect.height);
     }

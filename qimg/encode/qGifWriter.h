@@ -29,6 +29,7 @@
 
 class qGifAnimation;
 class qGifControl;
+class qGifFrame;
 class qIColormap;
 class qIFileW;
 class qIImageBuffer;
@@ -44,6 +45,9 @@ public:
     // The clear policy of the LZW encoder for the images written from now on (see
     // qLzwEncoder::begin); off by default.
     void set_deferred_clear(bool deferred) { deferred_clear_ = deferred; }
+    // Without the deferred clear: keep a table that fills up near an image's end (see
+    // qLzwEncoder::keep_near_end); off by default.
+    void set_keep_near_end(bool keep) { keep_near_end_ = keep; }
 
     // Starts a stream on `sink` (borrowed until finish()): "GIF89a", the logical screen of
     // `screen` (1..65535 each way), the global colour table from `global_colormap` (null for
@@ -67,6 +71,12 @@ public:
     // control value outside the format's fields; -1 out of memory; sink codes.
     int add_image(const qIImageBuffer* image, qPoint offset, const qIColormap* local_colormap,
                   const qGifControl* control, bool interlaced, qIMonitor* monitor);
+    // One frame as read: its image, offset, local map and interlace flag, with `control` (null:
+    // the frame's own, if any). A frame without pixels (the browser rules keep images of width
+    // or height 0, or without data) is written as one transparent pixel at the screen's corner that
+    // disposes of nothing: it shows nothing, as the original, and keeps the frame's delay. Codes of
+    // add_image(); the monitor hears the frame's rows.
+    int add_frame(const qGifFrame* frame, const qGifControl* control, qIMonitor* monitor);
     // The trailer; the writer then lets go of the sink. 0; -5 before begin(); sink codes.
     int finish();
 
@@ -92,6 +102,8 @@ private:
     int write_image(const qIImageBuffer* image, qPoint offset, const qIColormap* local_colormap,
                     const qGifControl* control, bool interlaced, qIMonitor* monitor,
                     int rows_before, int rows_total);
+    int write_frame(const qGifFrame* frame, const qGifControl* control, qIMonitor* monitor,
+                    int rows_before, int rows_total);
 
     static constexpr int kStageBytes = 16384;
 
@@ -99,6 +111,7 @@ private:
     const qIColormap* global_colormap_ = nullptr;
     int status_ = -5;  // 0 while a stream is open; else the code that ended it (or -5: none)
     bool deferred_clear_ = false;
+    bool keep_near_end_ = false;
     qLzwEncoder lzw_;
     int staged_ = 0;
     unsigned char stage_[kStageBytes];

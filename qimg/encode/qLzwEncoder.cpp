@@ -29,6 +29,8 @@ static_assert(std::endian::native == std::endian::little);
 // Deferred clear: the full table is judged over windows of this many codes, and cleared when a
 // window covers less than 3/4 of the indices of the best window since the table filled.
 constexpr int kWindowCodes = 512;
+// keep_near_end(): a full table is kept when the rest of the image takes fewer codes than this.
+constexpr int64_t kNearEndCodes = 1000;
 // Room reserved per encoded run: at most a code and a clear code per index, 12 bits each.
 constexpr int kRunIndices = 4096;
 constexpr int kRunBytes = kRunIndices * 3 + 16;
@@ -103,6 +105,7 @@ void qLzwEncoder::reset_table() {
     window_indices_ = 0;
     window_codes_ = 0;
     best_window_indices_ = 0;
+    keep_full_ = false;
 }
 
 inline void qLzwEncoder::put_code(uint32_t code) {
@@ -144,6 +147,7 @@ int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
     min_code_size_ = min_code_size;
     clear_code_ = 1u << min_code_size;
     deferred_clear_ = deferred_clear;
+    expected_ = encoded_ = fill_start_ = 0;
     bits_ = 0;
     bit_count_ = 0;
     prefix_ = kNoPrefix;
@@ -177,7 +181,13 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
     if (prefix_ == kNoPrefix) prefix_ = last_index_ = indices[i++];
     while (i < count) {
         if (next_code_ == static_cast<uint32_t>(kMaxCodes)) {
+            const int64_t at = encoded_ + i;
+            if (expected_ > 0 && !keep_full_ && !deferred_clear_) {
+                keep_full_ = (expected_ - at) * (kMaxCodes - first_code_) <
+                             kNearEndCodes * (at - fill_start_);
+            }
             step(indices[i++]);  // a full table: rare, taken one index at a time
+            if (next_code_ == first_code_) fill_start_ = at;  // cleared
         } else if (next_code_ == grow_at_) {
             grow_table();
             continue;
@@ -314,7 +324,7 @@ void qLzwEncoder::add_entry(uint32_t key, uint32_t slot) {
         if (next_code_ == grow_at_ && grow_at_ < static_cast<uint32_t>(kMaxCodes)) grow_table();
         return;
     }
-    if (deferred_clear_ && !window_says_clear()) return;
+    if (keep_full_ || (deferred_clear_ && !window_says_clear())) return;
     put_code(clear_code_);
     reset_table();
 }
@@ -367,6 +377,7 @@ int qLzwEncoder::encode(const unsigned char* indices, int count) {
         const int run = count - done < kRunIndices ? count - done : kRunIndices;
         if (!reserve(kRunBytes)) return ST_NO_MEMORY;
         encode_run(indices + done, run);
+        encoded_ += run;
         done += run;
     }
     if (count > 0) last_index_ = indices[count - 1];

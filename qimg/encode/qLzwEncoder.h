@@ -40,6 +40,11 @@ public:
     // this helps images whose statistics stay the same, and never hurts much elsewhere.
     // 0; -5 for a code size outside 2..8; -1 when the output block cannot be made.
     int begin(int min_code_size, bool deferred_clear);
+    // After begin() without the deferred clear: the stream will hold `total` indices. A table
+    // that fills up with fewer than 1000 codes' worth of indices still to come (at the average
+    // string length since the last clear) is then kept to the end instead of cleared: a new
+    // table would not pay back over so few codes.
+    void keep_near_end(int64_t total) { expected_ = total; }
     // Appends `count` indices. 0; -5 for an index of 2^min_code_size or above (nothing of this
     // call is encoded), a null pointer, a negative count or no begin(); -1 out of memory.
     int encode(const unsigned char* indices, int count);
@@ -138,6 +143,12 @@ private:
     bool started_ = false;
 
     bool deferred_clear_ = false;
+    // keep_near_end(): the indices announced (0: none), the indices before the piece being
+    // encoded, where the current table started, and whether this table is kept.
+    int64_t expected_ = 0;
+    int64_t encoded_ = 0;
+    int64_t fill_start_ = 0;
+    bool keep_full_ = false;
     // Deferred clear: indices and codes in the current window of the full table, and the best
     // indices per window seen since it filled.
     int64_t window_indices_ = 0;

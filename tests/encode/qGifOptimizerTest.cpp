@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "common/TestKit.h"
@@ -118,6 +119,12 @@ TEST(qGifOptimizerTest, TrueColourFramesOptimisedShowWhatThePlainFileShows) {
         EXPECT_EQ(optimized.animation.frame(1)->frame_disposal(), 1);
         if (!dither) {
             EXPECT_EQ(optimized.animation.frame(3)->frame_rect(), qRect(8, 10, 14, 10));
+            // The global table starts with the colours the small frames need: 3-bit indices.
+            const qIImageBuffer* sprite = optimized.animation.frame(4)->image();
+            for (int y = 0; y < sprite->size().height; ++y) {
+                const unsigned char* row = sprite->pixel_address(y, 0);
+                EXPECT_LT(*std::max_element(row, row + sprite->size().width), 8);
+            }
         }
     }
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "common/TestKit.h"
+#include "gif/GifTestKit.h"
 #include "qimg/encode/qCallbackW.h"
 #include "qimg/encode/qGifWriter.h"
 #include "qimg/encode/qMemoryW.h"
@@ -94,6 +95,21 @@ TEST(qGifWriterTest, EveryPaletteSizeAndShapeReadsBack) {
             EXPECT_EQ(map->get_color(i), want) << "entry " << i;
         }
     }
+}
+
+// A frame without pixels, which the browser rules keep, goes out as one transparent pixel: the
+// file reads back by the strict rules and shows the same screen.
+TEST(qGifWriterTest, AFrameWithoutPixelsShowsNothing) {
+    const Bytes bytes =
+        qtest::read_file(std::string(QIMG_GIF_CORPUS) + "/browser/gdk-pixbuf-image-zero-width.gif");
+    qGifAnimation original, back;
+    qMemoryR source(bytes.data(), bytes.size());
+    ASSERT_EQ(original.read(&source, nullptr, qGifReadOptions{.browser_rules = true}), 0);
+    qMemoryW sink;
+    ASSERT_EQ(qGifWriter().write(&original, &sink, nullptr), 0);
+    qMemoryR again(sink.data(), sink.size());
+    ASSERT_EQ(back.read(&again, nullptr), 0);
+    EXPECT_EQ(gif_test::composed_frames(back), gif_test::composed_frames(original));
 }
 
 TEST(qGifWriterTest, RefusesWhatTheFormatCannotHold) {

@@ -12,9 +12,10 @@ using gif_test::Bytes;
 using gif_test::lzw_encode;
 
 // The encoder's whole output for `input` given in pieces of `piece` indices (0: one call).
-Bytes encode(const Bytes& input, int m, bool deferred, size_t piece = 0) {
+Bytes encode(const Bytes& input, int m, bool deferred, size_t piece = 0, bool near_end = false) {
     qLzwEncoder encoder;
     EXPECT_EQ(encoder.begin(m, deferred), 0);
+    if (near_end) encoder.keep_near_end(static_cast<int64_t>(input.size()));
     if (piece == 0) piece = input.size() + 1;
     for (size_t at = 0; at < input.size(); at += piece) {
         const size_t n = std::min(piece, input.size() - at);
@@ -82,6 +83,13 @@ TEST(qLzwEncoderTest, EveryLengthAroundTheFirstFullTable) {
         EXPECT_EQ(encode(input, 8, false), lzw_encode(input, 8));
         EXPECT_EQ(decode(encode(input, 8, true), 8, n), input);
     }
+    // With under 1000 codes to come when it fills, the table is kept, as if never cleared;
+    // with more, cleared.
+    const Bytes longer = stream("noise", 8, 9000, rng),
+                shorter(longer.begin(), longer.begin() + 4600);
+    EXPECT_EQ(encode(shorter, 8, false, 1000, true),
+              lzw_encode(shorter, 8, {.clear_when_full = false}));
+    EXPECT_EQ(encode(longer, 8, false, 999, true), lzw_encode(longer, 8));
 }
 
 TEST(qLzwEncoderTest, DeferredClearKeepsAFullTableThatStillPays) {
