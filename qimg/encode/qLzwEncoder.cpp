@@ -297,9 +297,7 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
     uint32_t* const table = table_;
     const uint32_t room = std::min(grow_at_, 1u << width) - next_code;
     if (static_cast<uint32_t>(count) > room) count = static_cast<int>(room);
-    const unsigned char* at = indices;
-    for (const unsigned char* const end = indices + count; at != end; ++at) {
-        const uint32_t index = *at;
+    const auto take = [&](size_t index) {
         const uint32_t key = prefix ^ table[kKeyBaseAt + index];
         const uint32_t slot1 = prefix ^ table[kFirstHashAt + index];
         const uint32_t slot2 = prefix ^ table[kSecondHashAt + index];
@@ -312,29 +310,41 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
                          select_equal(entry2 & kKeyMask, key, entry2 >> 20, index));
         const uint32_t miss = code == index;
         const uint32_t miss_mask = 0u - miss;
-        // A miss writes the code of the string so far and adds the string + index.
+        // A miss writes the code of the string so far and adds the string + index, into the
+        // first half's slot when it is empty, else the second's (a hit stores back the word
+        // already there).
         bits |= uint64_t{prefix & miss_mask} << bit_count;
         bit_count += width & miss_mask;
+        const uint32_t slot = select_equal(entry1, kEmpty, slot1, slot2);
+        const uint32_t old = select_equal(entry1, kEmpty, kEmpty, entry2);
+        table[slot] = old ^ ((old ^ (next_code << 20 | key)) & miss_mask);
+        // Both slots were taken: the word pushed out goes to its other slot.
+        if (old & miss_mask) [[unlikely]]
+            insert(old);
+        next_code += miss;
+        prefix = code;
+    };
+    const auto flush = [&] {
         std::memcpy(out, &bits, 8);
-        const uint32_t whole = bit_count >> 3;  // at most 2: fewer than 8 bits wait on entry
+        const uint32_t whole = bit_count >> 3;
         out += whole;
         bits >>= 8 * whole;
         bit_count &= 7;
-        const uint32_t word = next_code << 20 | key;
-        // Opaque, so that the compiler tests it with one branch (rarely taken).
-        uint32_t both_taken = 0u - static_cast<uint32_t>((entry1 != kEmpty) & (entry2 != kEmpty));
-        asm("" : "+r"(both_taken));
-        if (miss_mask & both_taken) [[unlikely]] {
-            insert(word);
-        } else {
-            // Into the first half's slot when it is empty, else the second's (a hit stores
-            // the word already there back).
-            const uint32_t slot = select_equal(entry1, kEmpty, slot1, slot2);
-            const uint32_t old = table[slot];
-            table[slot] = old ^ ((old ^ word) & miss_mask);
-        }
-        next_code += miss;
-        prefix = code;
+    };
+    // Four codes of up to 12 bits after fewer than 8 waiting fit the 64-bit buffer.
+    flush();
+    const unsigned char* at = indices;
+    const unsigned char* const end = indices + count;
+    for (; end - at >= 4; at += 4) {
+        take(at[0]);
+        take(at[1]);
+        take(at[2]);
+        take(at[3]);
+        flush();
+    }
+    for (; at != end; ++at) {
+        take(*at);
+        flush();
     }
     prefix_ = prefix;
     next_code_ = next_code;
