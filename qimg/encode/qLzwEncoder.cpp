@@ -254,7 +254,10 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
         } else if (next_code_ == 1u << width_) {
             step(indices[i++]);  // the next code written widens the codes
         } else {
-            i += encode_distinct(indices + i, distinct_span(indices + i, count - i));
+            // Each index adds at most one code: this many keep the width and the hash size.
+            const uint32_t room = std::min(grow_at_, 1u << width_) - next_code_;
+            const int span = std::min(count - i, static_cast<int>(room));
+            i += encode_distinct(indices + i, distinct_span(indices + i, span));
         }
         last_index_ = indices[i - 1];
     }
@@ -285,9 +288,9 @@ int qLzwEncoder::distinct_span(const unsigned char* at, int count) {
 
 int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
     // Branch-free: both outcomes of a look-up are computed and one is selected. The code width
-    // and the hash size stay the same: each index adds at most one code, so the call takes no
-    // more indices than codes remain before either changes. Members go to locals: the output is
-    // written through a byte pointer, which the compiler must otherwise assume changes them.
+    // and the hash size stay the same (the caller gives no more indices than codes remain
+    // before either changes). Members go to locals: the output is written through a byte
+    // pointer, which the compiler must otherwise assume changes them.
     uint32_t prefix = prefix_;
     uint32_t next_code = next_code_;
     const uint32_t width = static_cast<uint32_t>(width_);
@@ -295,8 +298,6 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
     uint32_t bit_count = static_cast<uint32_t>(bit_count_);
     unsigned char* out = out_ + out_size_;
     uint32_t* const table = table_;
-    const uint32_t room = std::min(grow_at_, 1u << width) - next_code;
-    if (static_cast<uint32_t>(count) > room) count = static_cast<int>(room);
     const auto take = [&](size_t index) {
         const uint32_t key = prefix ^ table[kKeyBaseAt + index];
         const uint32_t slot1 = prefix ^ table[kFirstHashAt + index];
@@ -305,9 +306,10 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
         const uint32_t entry2 = table[slot2];
         // The string goes on with the code of whichever half holds it, else starts anew
         // with the index (codes of strings are above every index).
-        const uint32_t code =
-            select_equal(entry1 & kKeyMask, key, entry1 >> 20,
-                         select_equal(entry2 & kKeyMask, key, entry2 >> 20, index));
+        const uint32_t found =
+            select_equal(entry1 & kKeyMask, key, entry1,
+                         select_equal(entry2 & kKeyMask, key, entry2, uint32_t(index) << 20));
+        const uint32_t code = found >> 20;
         const uint32_t miss = code == index;
         const uint32_t miss_mask = 0u - miss;
         // A miss writes the code of the string so far and adds the string + index, into the
@@ -317,7 +319,7 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
         bit_count += width & miss_mask;
         const uint32_t slot = select_equal(entry1, kEmpty, slot1, slot2);
         const uint32_t old = select_equal(entry1, kEmpty, kEmpty, entry2);
-        table[slot] = old ^ ((old ^ (next_code << 20 | key)) & miss_mask);
+        table[slot] = select_equal(miss, 1, next_code << 20 | key, old);
         // Both slots were taken: the word pushed out goes to its other slot.
         if (old & miss_mask) [[unlikely]]
             insert(old);

@@ -73,7 +73,7 @@ private:
     // strings, and a small table is quick to set up) and doubles as the strings come, up to
     // twice the full table: then a slot is taken in under a quarter of cases, so an insert
     // rarely has to move another string to its other slot.
-    static constexpr int kHalfBits = 12;
+    static constexpr int kHalfBits = 13;
     static constexpr uint32_t kMaxHalf = 1u << kHalfBits;
     static constexpr uint32_t kFirstHalf = 1024;
     // After the halves in table_, 256 words each, per index: its key with prefix 0 (index << 12
@@ -96,8 +96,8 @@ private:
     // How many of the `count` indices at `at` come before a run of one index (a run of 9 or
     // more: it then starts with its second index).
     static int distinct_span(const unsigned char* at, int count);
-    // Encodes up to `count` indices with the code width and hash size of the moment (fewer
-    // where either would change); returns how many.
+    // Encodes `count` indices, no more than the codes left before the code width or the hash
+    // size changes; returns how many.
     int encode_distinct(const unsigned char* indices, int count);
     // `count` more indices equal to `index`.
     void encode_repeats(uint32_t index, int count);
