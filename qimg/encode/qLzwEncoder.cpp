@@ -94,16 +94,15 @@ void qLzwEncoder::set_grow_at() {
 }
 
 void qLzwEncoder::set_hashes() {
-    const int shift = 32 - std::countr_zero(half_);
     for (uint32_t index = 0; index < 256; ++index) {
         // Two independent mixes of index and seed.
         uint32_t x = (index + 1) * 0x9E3779B1u ^ seed_ * 0x85EBCA77u;
         x = (x ^ x >> 16) * 0x7FEB352Du;
         x = (x ^ x >> 15) * 0x846CA68Bu;
-        table_[kFirstHashAt + index] = x >> shift;
+        table_[kFirstHashAt + index] = x & (half_ - 1);
         x = (x ^ x >> 16) * 0x7FEB352Du;
         x = (x ^ x >> 15) * 0x846CA68Bu;
-        table_[kSecondHashAt + index] = kMaxHalf | x >> shift;
+        table_[kSecondHashAt + index] = kMaxHalf | (x & (second_half() - 1));
     }
 }
 
@@ -136,10 +135,9 @@ void qLzwEncoder::insert(uint32_t word) {
 void qLzwEncoder::rehash(uint32_t half, uint32_t extra) {
     uint32_t words[kMaxCodes];
     int count = 0;
-    for (uint32_t* half_start : {table_, table_ + kMaxHalf}) {
-        for (uint32_t slot = 0; slot < half_; ++slot) {
-            if (half_start[slot] != kEmpty) words[count++] = half_start[slot];
-        }
+    for (uint32_t slot = 0; slot < kMaxHalf + second_half(); ++slot) {
+        if (slot == half_) slot = kMaxHalf;  // the first half's slots in use, then the second's
+        if (table_[slot] != kEmpty) words[count++] = table_[slot];
     }
     if (extra != kEmpty) words[count++] = extra;
     half_ = half;
@@ -147,7 +145,7 @@ void qLzwEncoder::rehash(uint32_t half, uint32_t extra) {
         ++seed_;
         set_hashes();
         std::fill_n(table_, half_, kEmpty);
-        std::fill_n(table_ + kMaxHalf, half_, kEmpty);
+        std::fill_n(table_ + kMaxHalf, second_half(), kEmpty);
         placed = true;
         for (int i = 0; i < count && placed; ++i) {
             uint32_t word = words[i];
@@ -160,7 +158,7 @@ void qLzwEncoder::rehash(uint32_t half, uint32_t extra) {
 void qLzwEncoder::reset_table() {
     // A fill of the halves is quicker than emptying the slots one by one.
     std::fill_n(table_, half_, kEmpty);
-    std::fill_n(table_ + kMaxHalf, half_, kEmpty);
+    std::fill_n(table_ + kMaxHalf, second_half(), kEmpty);
     next_code_ = first_code_ = clear_code_ + 2;
     set_grow_at();
     width_ = min_code_size_ + 1;

@@ -79,7 +79,9 @@ private:
     // After the halves in table_, 256 words each, per index: its key with prefix 0 (index << 12
     // | the clear code) and its hash in each half (slot = prefix XOR hash; prefixes stay below
     // half_, so slots do too; the second half's hashes include its start).
-    static constexpr uint32_t kKeyBaseAt = 2 * kMaxHalf;
+    static constexpr uint32_t kMaxSecondHalf = 4096;
+    uint32_t second_half() const { return half_ < kMaxSecondHalf ? half_ : kMaxSecondHalf; }
+    static constexpr uint32_t kKeyBaseAt = kMaxHalf + kMaxSecondHalf;
     static constexpr uint32_t kFirstHashAt = kKeyBaseAt + 256;
     static constexpr uint32_t kSecondHashAt = kFirstHashAt + 256;
     static constexpr uint32_t kTableWords = kSecondHashAt + 256;
