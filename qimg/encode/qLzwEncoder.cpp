@@ -128,19 +128,18 @@ void qLzwEncoder::insert(uint32_t word) {
     if (table_[slot] == kEmpty) {
         table_[slot] = word;
     } else if (!place(word)) {
-        rehash(half_, word);
+        rehash(word);
     }
 }
 
-void qLzwEncoder::rehash(uint32_t half, uint32_t extra) {
+void qLzwEncoder::rehash(uint32_t extra) {
     uint32_t words[kMaxCodes];
     int count = 0;
     for (uint32_t slot = 0; slot < kMaxHalf + second_half(); ++slot) {
         if (slot == half_) slot = kMaxHalf;  // the first half's slots in use, then the second's
         if (table_[slot] != kEmpty) words[count++] = table_[slot];
     }
-    if (extra != kEmpty) words[count++] = extra;
-    half_ = half;
+    words[count++] = extra;
     for (bool placed = false; !placed;) {
         ++seed_;
         set_hashes();
@@ -153,6 +152,27 @@ void qLzwEncoder::rehash(uint32_t half, uint32_t extra) {
         }
     }
     set_grow_at();
+}
+
+void qLzwEncoder::grow() {
+    // set_hashes() takes the low bits of the same mixes, so each hash gains one bit above the
+    // old ones: every string stays in its slot or moves up by the old size.
+    const uint32_t first = half_;
+    const uint32_t second = second_half();
+    half_ *= 2;
+    set_hashes();
+    split(table_, first, kFirstHashAt);
+    if (second_half() != second) split(table_ + kMaxHalf, second, kSecondHashAt);
+    set_grow_at();
+}
+
+void qLzwEncoder::split(uint32_t* part, uint32_t size, uint32_t hashes_at) {
+    for (uint32_t slot = 0; slot < size; ++slot) {
+        const uint32_t word = part[slot];
+        const bool up = word != kEmpty && (table_[hashes_at + index_of(word)] & size) != 0;
+        part[slot + size] = up ? word : kEmpty;
+        if (up) part[slot] = kEmpty;
+    }
 }
 
 void qLzwEncoder::reset_table() {
@@ -241,7 +261,7 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
             step(indices[i++]);  // a full table: rare, taken one index at a time
             if (next_code_ == first_code_) fill_start_ = at;  // cleared
         } else if (next_code_ == grow_at_) {
-            rehash(2 * half_, kEmpty);
+            grow();
             continue;
         } else if (count - i >= 8 && repeats(indices + i, last_index_)) {
             int end = i + 8;
@@ -416,7 +436,7 @@ void qLzwEncoder::add_entry(uint32_t key) {
         if (next_code_ == (1u << width_)) ++width_;
         insert(next_code_++ << 20 | key);
         if (next_code_ == grow_at_ && grow_at_ < static_cast<uint32_t>(kMaxCodes)) {
-            rehash(2 * half_, kEmpty);
+            grow();
         }
         return;
     }

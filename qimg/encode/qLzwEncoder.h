@@ -138,9 +138,14 @@ private:
     // Puts `word` into its first slot and each word pushed out into its other one, for up to
     // kMaxMoves words. False when one is still out then; `word` holds it.
     bool place(uint32_t& word);
-    // Moves every word (and `extra` unless it is kEmpty) into halves of `half` slots with
-    // hash functions of a new seed, until all fit.
-    void rehash(uint32_t half, uint32_t extra);
+    // Moves every word and `extra` to their slots under hash functions of a new seed, until
+    // all fit.
+    void rehash(uint32_t extra);
+    // Doubles the halves (the second up to kMaxSecondHalf).
+    void grow();
+    // Of the `size` slots at `part`, moves the words whose hash (at hashes_at) has bit `size`
+    // set up by `size`.
+    void split(uint32_t* part, uint32_t size, uint32_t hashes_at);
     // The hash functions of seed_ for halves of half_ slots.
     void set_hashes();
     void set_grow_at();
