@@ -52,6 +52,16 @@ inline uint32_t select_equal(uint32_t x, uint32_t y, uint32_t a, uint32_t b) {
 #endif
 }
 
+// `x < 4096 ? a : b` (a word `a` with x = a ^ key holds the key) as a conditional move.
+inline uint32_t select_below(uint32_t x, uint32_t a, uint32_t b) {
+#if defined(__x86_64__) || defined(__i386__)
+    asm("cmpl $4096, %1\n\tcmovb %2, %0" : "+r"(b) : "r"(x), "r"(a) : "cc");
+    return b;
+#else
+    return x < 4096 ? a : b;
+#endif
+}
+
 }  // namespace
 
 qLzwEncoder::~qLzwEncoder() {
@@ -222,7 +232,7 @@ int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
     min_code_size_ = min_code_size;
     clear_code_ = 1u << min_code_size;
     for (uint32_t index = 0; index < 256; ++index)
-        table_[kKeyBaseAt + index] = index << 12 | clear_code_;
+        table_[kKeyBaseAt + index] = index << 24 | clear_code_ << 12;
     // Each image starts with small halves.
     half_ = kFirstHalf;
     seed_ = 0;
@@ -309,26 +319,31 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
     // and the hash size stay the same (the caller gives no more indices than codes remain
     // before either changes). Members go to locals: the output is written through a byte
     // pointer, which the compiler must otherwise assume changes them.
-    uint32_t prefix = prefix_;
     uint32_t next_code = next_code_;
     const uint32_t width = static_cast<uint32_t>(width_);
     uint64_t bits = bits_;
     uint32_t bit_count = static_cast<uint32_t>(bit_count_);
     unsigned char* out = out_ + out_size_;
     uint32_t* const table = table_;
+    // `found ^ key` is the code matched so far: the next slots are one XOR away from the word
+    // just loaded.
+    uint32_t found = prefix_;
+    uint32_t key = 0;
     const auto take = [&](size_t index) {
-        const uint32_t key = prefix ^ table[kKeyBaseAt + index];
-        const uint32_t slot1 = prefix ^ table[kFirstHashAt + index];
-        const uint32_t slot2 = prefix ^ table[kSecondHashAt + index];
+        const uint32_t prefix = found ^ key;
+        // Opaque, so that the compiler does not take the prefix first.
+        uint32_t to_first = key ^ table[kFirstHashAt + index];
+        uint32_t to_second = key ^ table[kSecondHashAt + index];
+        asm("" : "+r"(to_first), "+r"(to_second));
+        const uint32_t slot1 = found ^ to_first;
+        const uint32_t slot2 = found ^ to_second;
+        key = prefix << 12 ^ table[kKeyBaseAt + index];
         const uint32_t entry1 = table[slot1];
         const uint32_t entry2 = table[slot2];
-        // The string goes on with the code of whichever half holds it, else starts anew
-        // with the index (codes of strings are above every index).
-        const uint32_t found =
-            select_equal(entry1 & kKeyMask, key, entry1,
-                         select_equal(entry2 & kKeyMask, key, entry2, uint32_t(index) << 20));
-        const uint32_t code = found >> 20;
-        const uint32_t miss = code == index;
+        // The string goes on with the word of whichever half holds it, else starts anew with
+        // the index (codes of strings are above every index).
+        found = select_below(entry1 ^ key, entry1, select_below(entry2 ^ key, entry2, key | index));
+        const uint32_t miss = (found ^ key) == index;
         const uint32_t miss_mask = 0u - miss;
         // A miss writes the code of the string so far and adds the string + index, into the
         // first half's slot when it is empty, else the second's (a hit stores back the word
@@ -337,12 +352,11 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
         bit_count += width & miss_mask;
         const uint32_t slot = select_equal(entry1, kEmpty, slot1, slot2);
         const uint32_t old = select_equal(entry1, kEmpty, kEmpty, entry2);
-        table[slot] = select_equal(miss, 1, next_code << 20 | key, old);
+        table[slot] = select_equal(miss, 1, key | next_code, old);
         // Both slots were taken: the word pushed out goes to its other slot.
         if (old & miss_mask) [[unlikely]]
             insert(old);
         next_code += miss;
-        prefix = code;
     };
     const auto flush = [&] {
         std::memcpy(out, &bits, 8);
@@ -366,7 +380,7 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
         take(*at);
         flush();
     }
-    prefix_ = prefix;
+    prefix_ = found ^ key;
     next_code_ = next_code;
     bits_ = bits;
     bit_count_ = static_cast<int>(bit_count);
@@ -377,7 +391,7 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
 void qLzwEncoder::step(uint32_t index) {
     if (next_code_ == static_cast<uint32_t>(kMaxCodes)) ++window_indices_;
     if (const uint32_t* word = find(prefix_, index)) {
-        prefix_ = *word >> 20;
+        prefix_ = code_of(*word);
         return;
     }
     put_code(prefix_);
@@ -406,7 +420,7 @@ void qLzwEncoder::encode_repeats(uint32_t index, int count) {
         // Lengths the table gained outside this function are found on the way.
         const uint32_t* word;
         while (known < kRunChain && (word = find(chain[known - 1], index)) != nullptr) {
-            const uint32_t code = *word >> 20;
+            const uint32_t code = code_of(*word);
             chain[known++] = static_cast<uint16_t>(code);
             run_length_[code] = static_cast<uint16_t>(known);
         }
@@ -434,7 +448,7 @@ bool qLzwEncoder::valid_run(const unsigned char* indices, int count) const {
 void qLzwEncoder::add_entry(uint32_t key) {
     if (next_code_ < static_cast<uint32_t>(kMaxCodes)) {
         if (next_code_ == (1u << width_)) ++width_;
-        insert(next_code_++ << 20 | key);
+        insert(key | next_code_++);
         if (next_code_ == grow_at_ && grow_at_ < static_cast<uint32_t>(kMaxCodes)) {
             grow();
         }
@@ -462,7 +476,7 @@ int qLzwEncoder::encode_choosing(unsigned char* indices, const unsigned char* fl
                 continue;
             }
             if (const uint32_t* word = find(prefix_, index)) {
-                prefix_ = *word >> 20;
+                prefix_ = code_of(*word);
                 last_index_ = indices[i] = static_cast<unsigned char>(index);
                 continue;
             }
@@ -470,7 +484,7 @@ int qLzwEncoder::encode_choosing(unsigned char* indices, const unsigned char* fl
             const uint32_t other = index == alternate ? indices[i] : alternate;
             const uint32_t* word = flexible[i] ? find(prefix_, other) : nullptr;
             if (word != nullptr) {
-                prefix_ = *word >> 20;
+                prefix_ = code_of(*word);
                 last_index_ = indices[i] = static_cast<unsigned char>(other);
                 continue;
             }

@@ -76,9 +76,9 @@ private:
     static constexpr int kHalfBits = 13;
     static constexpr uint32_t kMaxHalf = 1u << kHalfBits;
     static constexpr uint32_t kFirstHalf = 1024;
-    // After the halves in table_, 256 words each, per index: its key with prefix 0 (index << 12
-    // | the clear code) and its hash in each half (slot = prefix XOR hash; prefixes stay below
-    // half_, so slots do too; the second half's hashes include its start).
+    // After the halves in table_, 256 words each, per index: its key with prefix 0 (index << 24
+    // | the clear code << 12) and its hash in each half (slot = prefix XOR hash; prefixes stay
+    // below half_, so slots do too; the second half's hashes include its start).
     static constexpr uint32_t kMaxSecondHalf = 4096;
     uint32_t second_half() const { return half_ < kMaxSecondHalf ? half_ : kMaxSecondHalf; }
     static constexpr uint32_t kKeyBaseAt = kMaxHalf + kMaxSecondHalf;
@@ -112,9 +112,9 @@ private:
     // One index the plain way (any table state).
     void step(uint32_t index);
     void put_code(uint32_t code);
-    // The key of the string `prefix` + `index`, and back.
+    // The key of the string `prefix` + `index` (a word with code 0), and back.
     uint32_t key_of(uint32_t prefix, uint32_t index) const {
-        return prefix ^ table_[kKeyBaseAt + index];
+        return prefix << 12 ^ table_[kKeyBaseAt + index];
     }
     // The slots of the string `prefix` + `index` in the two halves.
     uint32_t first_slot(uint32_t prefix, uint32_t index) const {
@@ -123,17 +123,20 @@ private:
     uint32_t second_slot(uint32_t prefix, uint32_t index) const {
         return prefix ^ table_[kSecondHashAt + index];
     }
-    uint32_t prefix_of(uint32_t key) const { return (key ^ clear_code_) & 0xFFF; }
-    static uint32_t index_of(uint32_t key) { return key >> 12 & 0xFF; }
+    uint32_t prefix_of(uint32_t word) const { return (word >> 12 ^ clear_code_) & 0xFFF; }
+    static uint32_t index_of(uint32_t word) { return word >> 24; }
+    static uint32_t code_of(uint32_t word) { return word & 0xFFF; }
+    // Whether `word` holds the string of `key`.
+    static bool holds(uint32_t word, uint32_t key) { return (word ^ key) < 4096; }
     // The table word of the string `prefix` + `index`, or null.
     const uint32_t* find(uint32_t prefix, uint32_t index) const {
         const uint32_t key = key_of(prefix, index);
         const uint32_t* first = table_ + first_slot(prefix, index);
-        if ((*first & kKeyMask) == key) return first;
+        if (holds(*first, key)) return first;
         const uint32_t* second = table_ + second_slot(prefix, index);
-        return (*second & kKeyMask) == key ? second : nullptr;
+        return holds(*second, key) ? second : nullptr;
     }
-    // Adds a table word (code << 20 | key) whose string is not in the table.
+    // Adds a table word (key | code) whose string is not in the table.
     void insert(uint32_t word);
     // Puts `word` into its first slot and each word pushed out into its other one, for up to
     // kMaxMoves words. False when one is still out then; `word` holds it.
@@ -159,10 +162,9 @@ private:
     bool window_says_clear();
     bool reserve(int64_t extra);
 
-    // One word per slot: the string's code in the top 12 bits, its key in the low 20: the
-    // prefix XOR the clear code in the low 12 bits of the key, the index above. Prefixes are
-    // never the clear code, so no key is zero and an empty slot holds zero.
-    static constexpr uint32_t kKeyMask = 0xFFFFFu;
+    // One word per slot: the string's key in the top 20 bits (the prefix XOR the clear code,
+    // then the index above it) and its code in the low 12. Prefixes are never the clear code, so
+    // no key is zero and an empty slot holds zero.
     static constexpr uint32_t kEmpty = 0;
     // Both halves (kMaxHalf slots each, half_ of them in use) and the arrays below come from one
     // heap block made by the first begin() (208 kB: too big for the stack).
