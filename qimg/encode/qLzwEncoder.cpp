@@ -261,6 +261,7 @@ bool qLzwEncoder::window_says_clear() {
 void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
     int i = 0;
     if (prefix_ == kNoPrefix) prefix_ = last_index_ = indices[i++];
+    int next_run = 0;  // no run of one index starts in [i, next_run) once i is past it
     while (i < count) {
         if (next_code_ == static_cast<uint32_t>(kMaxCodes)) {
             const int64_t at = encoded_ + i;
@@ -284,8 +285,8 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
         } else {
             // Each index adds at most one code: this many keep the width and the hash size.
             const uint32_t room = std::min(grow_at_, 1u << width_) - next_code_;
-            const int span = std::min(count - i, static_cast<int>(room));
-            i += encode_distinct(indices + i, distinct_span(indices + i, span));
+            if (next_run <= i) next_run = i + distinct_span(indices + i, count - i);
+            i += encode_distinct(indices + i, std::min(next_run - i, static_cast<int>(room)));
         }
         last_index_ = indices[i - 1];
     }
