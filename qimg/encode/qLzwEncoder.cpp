@@ -37,6 +37,9 @@ static_assert(std::endian::native == std::endian::little);
 constexpr int kWindowCodes = 512;
 // keep_near_end(): a full table is kept when the rest of the image takes fewer codes than this.
 constexpr int64_t kNearEndCodes = 1000;
+// Fewer indices than this between runs go one at a time: the branch-free loop takes a while to
+// set up.
+constexpr int kShortSpan = 8;
 // Room reserved per encoded run: at most a code and a clear code per index, 12 bits each.
 constexpr int kRunIndices = 4096;
 constexpr int kRunBytes = kRunIndices * 3 + 16;
@@ -229,14 +232,20 @@ int qLzwEncoder::begin(int min_code_size, bool deferred_clear) {
         run_length_ = run_codes_ + 256 * kRunChain;
         std::memset(run_length_, 0, sizeof(uint16_t) * kMaxCodes);
     }
+    // Each image starts with small halves and the first hash functions; the words per index
+    // are made again only when they change (a small image spends a good part of its time here).
+    if (clear_code_ != 1u << min_code_size) {
+        clear_code_ = 1u << min_code_size;
+        for (uint32_t index = 0; index < 256; ++index) {
+            table_[kKeyBaseAt + index] = index << 24 | clear_code_ << 12;
+        }
+    }
     min_code_size_ = min_code_size;
-    clear_code_ = 1u << min_code_size;
-    for (uint32_t index = 0; index < 256; ++index)
-        table_[kKeyBaseAt + index] = index << 24 | clear_code_ << 12;
-    // Each image starts with small halves.
-    half_ = kFirstHalf;
-    seed_ = 0;
-    set_hashes();
+    if (half_ != kFirstHalf || seed_ != 0) {
+        half_ = kFirstHalf;
+        seed_ = 0;
+        set_hashes();
+    }
     deferred_clear_ = deferred_clear;
     expected_ = encoded_ = fill_start_ = 0;
     bits_ = 0;
@@ -286,7 +295,12 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
             // Each index adds at most one code: this many keep the width and the hash size.
             const uint32_t room = std::min(grow_at_, 1u << width_) - next_code_;
             if (next_run <= i) next_run = i + distinct_span(indices + i, count - i);
-            i += encode_distinct(indices + i, std::min(next_run - i, static_cast<int>(room)));
+            const int span = std::min(next_run - i, static_cast<int>(room));
+            if (span < kShortSpan) {
+                for (const int end = i + span; i < end; ++i) step(indices[i]);
+            } else {
+                i += encode_distinct(indices + i, span);
+            }
         }
         last_index_ = indices[i - 1];
     }
