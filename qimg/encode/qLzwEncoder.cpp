@@ -1,9 +1,9 @@
 // The LZW encoder. The string table maps (prefix code, next index) to a code through a cuckoo
-// hash: two halves of up to 8192 32-bit words, each word holding key and code, and every string
-// in one of exactly two slots. The hot loop's critical path is the look-up of the string matched
-// so far plus the next index: two XORs, two loads and two compares, their outcome selected
-// without a branch, since whether a string goes on is close to random on busy pictures. Codes
-// go into a 64-bit bit buffer of which the whole bytes are stored after every index.
+// hash: two halves of 32-bit words (up to 8192 and 4096), each word holding key and code, and
+// every string in one of exactly two slots. The hot loop's critical path is the look-up of the
+// string matched so far plus the next index: an XOR, two loads and two compares, their outcome
+// selected without a branch, since whether a string goes on is close to random on busy
+// pictures. Codes go into a 64-bit bit buffer whose whole bytes are stored every 4 indices.
 //
 // Code widths follow the reader: a reader adds a table entry for every code after the first one
 // following a clear code, one step behind the encoder, and widens its codes once its next free
@@ -299,7 +299,8 @@ void qLzwEncoder::encode_run(const unsigned char* indices, int count) {
             if (span < kShortSpan) {
                 for (const int end = i + span; i < end; ++i) step(indices[i]);
             } else {
-                i += encode_distinct(indices + i, span);
+                encode_distinct(indices + i, span);
+                i += span;
             }
         }
         last_index_ = indices[i - 1];
@@ -329,7 +330,7 @@ int qLzwEncoder::distinct_span(const unsigned char* at, int count) {
     return count;
 }
 
-int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
+void qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
     // Branch-free: both outcomes of a look-up are computed and one is selected. The code width
     // and the hash size stay the same (the caller gives no more indices than codes remain
     // before either changes). Members go to locals: the output is written through a byte
@@ -400,7 +401,6 @@ int qLzwEncoder::encode_distinct(const unsigned char* indices, int count) {
     bits_ = bits;
     bit_count_ = static_cast<int>(bit_count);
     out_size_ = static_cast<int>(out - out_);
-    return static_cast<int>(at - indices);
 }
 
 void qLzwEncoder::step(uint32_t index) {
