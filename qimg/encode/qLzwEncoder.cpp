@@ -181,10 +181,11 @@ void qLzwEncoder::grow() {
 
 void qLzwEncoder::split(uint32_t* part, uint32_t size, uint32_t hashes_at) {
     for (uint32_t slot = 0; slot < size; ++slot) {
+        // An empty slot may "move" too: it stays empty either way.
         const uint32_t word = part[slot];
-        const bool up = word != kEmpty && (table_[hashes_at + index_of(word)] & size) != 0;
+        const bool up = (table_[hashes_at + index_of(word)] & size) != 0;
         part[slot + size] = up ? word : kEmpty;
-        if (up) part[slot] = kEmpty;
+        part[slot] = up ? kEmpty : word;
     }
 }
 
