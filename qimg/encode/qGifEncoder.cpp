@@ -219,9 +219,9 @@ int rank_by_need(const qIImageBuffer* const* frames, int count, const qIColormap
         }
         for (int y = 0; y < now.size().height; ++y) {
             const unsigned char* a = now.pixel_address(y, 0);
-            const unsigned char* b = before.pixel_address(y, 0);
+            const unsigned char* b = f > 0 ? before.pixel_address(y, 0) : nullptr;
             for (int x = 0; x < now.size().width; ++x) {
-                if (!redraws && a[x] == b[x]) continue;
+                if (!redraws && a[x] == b[x]) continue;  // frame 0 redraws: b is not read
                 needs[f].add(a[x]);
                 ++changes[a[x]];
             }
