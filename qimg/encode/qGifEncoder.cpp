@@ -186,7 +186,7 @@ int64_t order_cost(const FrameNeed* needs, int count, int colors, const unsigned
 // the pixels that change to colour c.
 void order_by_need(FrameNeed* needs, int count, int colors, const int64_t changes[256], int skip,
                    int first, unsigned char rank[256]) {
-    unsigned char from_front[256];
+    unsigned char from_front[256] = {};
     order_from_end(needs, count, colors, changes, skip, first, rank);
     order_from_front(needs, count, colors, changes, skip, first, from_front);
     if (skip >= 0) from_front[skip] = rank[skip];
