@@ -4,6 +4,7 @@
 #include "qimg/encode/qGifEncoder.h"
 
 #include <algorithm>
+#include <bit>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -48,19 +49,35 @@ int map_to(const qIImageBuffer* frame, const qIColormap* palette, qQuantizer map
 
 // Palette order for frames that use few colours. A frame's data starts with codes one bit
 // wider than its highest index needs, so the order should keep each frame's colours low.
-// `needs` (4 words per frame) has bit c set when frame f needs colour c: the colours its
-// pixels change to from the frame before (the first frame all of its own); `changes[c]`
-// counts those pixels. Colours 0..colors-1 other than `skip` get places first, first + 1, ...
-// in `rank`. Built from the end: the colour needed by the fewest frames still counted goes
-// last (ties: the one fewer pixels change to), and the frames that need it stop counting
-// (their highest index is that high already, whatever the order of the rest). `needs` is
-// used up.
-void order_by_need(uint64_t* needs, int count, int colors, const int64_t changes[256], int skip,
-                   int first, unsigned char rank[256]) {
+// A frame needs the colours its pixels change to from the frame before; the first frame, and
+// a frame that turns shown pixels transparent (the frame before is then restored, the only way
+// to clear them), need all of their own.
+struct FrameNeed {
+    uint64_t colours[4];  // bit c: the frame needs colour c
+    int64_t pixels;       // its pixels that change
+    bool counted_out;     // order_from_end(): its highest entry is placed
+    void add(int c) {
+        colours[c / 64] |= uint64_t{1} << (c % 64);
+        ++pixels;
+    }
+    bool has(int c) const { return colours[c / 64] >> (c % 64) & 1; }
+    // Needed colours outside `placed`.
+    int missing(const uint64_t placed[4]) const {
+        int n = 0;
+        for (int w = 0; w < 4; ++w) n += std::popcount(colours[w] & ~placed[w]);
+        return n;
+    }
+};
+
+// Built from the end: the colour needed by the fewest frames still counted goes last (ties:
+// the one fewer pixels change to), and the frames that need it stop counting (their highest
+// index is that high already, whatever the order of the rest).
+void order_from_end(FrameNeed* needs, int count, int colors, const int64_t changes[256], int skip,
+                    int first, unsigned char rank[256]) {
     int needed_by[256] = {};  // frames still counted that need the colour
     for (int f = 0; f < count; ++f) {
-        const uint64_t* need = needs + static_cast<size_t>(f) * 4;
-        for (int c = 0; c < colors; ++c) needed_by[c] += need[c / 64] >> (c % 64) & 1;
+        needs[f].counted_out = false;
+        for (int c = 0; c < colors; ++c) needed_by[c] += needs[f].has(c);
     }
     bool placed[256] = {};
     if (skip >= 0) placed[skip] = true;
@@ -75,13 +92,106 @@ void order_by_need(uint64_t* needs, int count, int colors, const int64_t changes
         }
         rank[last] = static_cast<unsigned char>(place);
         placed[last] = true;
-        const uint64_t bit = uint64_t{1} << (last % 64);
         for (int f = 0; f < count; ++f) {
-            uint64_t* need = needs + static_cast<size_t>(f) * 4;
-            if (!(need[last / 64] & bit)) continue;
-            for (int c = 0; c < colors; ++c) needed_by[c] -= need[c / 64] >> (c % 64) & 1;
-            need[0] = need[1] = need[2] = need[3] = 0;  // counted out
+            if (needs[f].counted_out || !needs[f].has(last)) continue;
+            for (int c = 0; c < colors; ++c) needed_by[c] -= needs[f].has(c);
+            needs[f].counted_out = true;
         }
+    }
+}
+
+// Built from the front, in blocks that end where the code size steps up (4, 8, ..., 256
+// entries): into each block go whole frames while they fit, the one that misses the fewest
+// colours first (ties: the one with more changing pixels); the rest of the block takes the
+// colours that most frames still waiting need (ties: the one more pixels change to).
+void order_from_front(const FrameNeed* needs, int count, int colors, const int64_t changes[256],
+                      int skip, int first, unsigned char rank[256]) {
+    uint64_t placed[4] = {};
+    if (skip >= 0) placed[skip / 64] |= uint64_t{1} << (skip % 64);
+    const int end = first + colors - (skip >= 0);
+    int next = first;
+    auto place = [&](int c) {
+        rank[c] = static_cast<unsigned char>(next++);
+        placed[c / 64] |= uint64_t{1} << (c % 64);
+    };
+    auto is_placed = [&](int c) { return placed[c / 64] >> (c % 64) & 1; };
+    for (int block_end = 4; next < end; block_end *= 2) {
+        for (;;) {
+            int best = -1, best_missing = 0;
+            for (int f = 0; f < count; ++f) {
+                const int missing = needs[f].missing(placed);
+                if (missing == 0) continue;
+                if (best < 0 || missing < best_missing ||
+                    (missing == best_missing && needs[f].pixels > needs[best].pixels)) {
+                    best = f;
+                    best_missing = missing;
+                }
+            }
+            if (best < 0 || next + best_missing > block_end) break;
+            for (int c = 0; c < colors; ++c) {
+                if (needs[best].has(c) && !is_placed(c)) place(c);
+            }
+        }
+        int waiting_for[256] = {};
+        for (int f = 0; f < count; ++f) {
+            if (needs[f].missing(placed) == 0) continue;
+            for (int c = 0; c < colors; ++c) waiting_for[c] += needs[f].has(c);
+        }
+        while (next < std::min(block_end, end)) {
+            int pick = -1;
+            for (int c = 0; c < colors; ++c) {
+                if (is_placed(c)) continue;
+                if (pick < 0 || waiting_for[c] > waiting_for[pick] ||
+                    (waiting_for[c] == waiting_for[pick] && changes[c] > changes[pick])) {
+                    pick = c;
+                }
+            }
+            place(pick);
+        }
+    }
+}
+
+// Bits of `codes` LZW codes written after a clear with minimum code size `code_size`: the
+// width grows by one each time the table reaches the next power of two, up to 12.
+int64_t code_bits(int code_size, int64_t codes) {
+    int64_t bits = 0, entries = (int64_t{1} << code_size) + 2;
+    for (int width = code_size + 1; codes > 0; ++width) {
+        const int64_t at_width = width < 12 ? (int64_t{1} << width) - entries : codes;
+        const int64_t n = std::min(codes, at_width);
+        bits += n * width;
+        codes -= n;
+        entries += n;
+    }
+    return bits;
+}
+
+// What `rank` costs the frames: each frame's changing pixels, at about two pixels a code, at
+// the code size its highest needed entry asks for.
+int64_t order_cost(const FrameNeed* needs, int count, int colors, const unsigned char rank[256]) {
+    int64_t bits = 0;
+    for (int f = 0; f < count; ++f) {
+        int highest = 0;
+        for (int c = 0; c < colors; ++c) {
+            if (needs[f].has(c)) highest = std::max<int>(highest, rank[c]);
+        }
+        int code_size = 2;
+        while ((1 << code_size) <= highest) ++code_size;
+        bits += code_bits(code_size, needs[f].pixels / 2 + 1);
+    }
+    return bits;
+}
+
+// Colours 0..colors-1 other than `skip` get places first, first + 1, ... in `rank`: both
+// orders above are made and the one whose frames cost fewer bits is kept. `changes[c]` counts
+// the pixels that change to colour c.
+void order_by_need(FrameNeed* needs, int count, int colors, const int64_t changes[256], int skip,
+                   int first, unsigned char rank[256]) {
+    unsigned char from_front[256] = {};
+    order_from_end(needs, count, colors, changes, skip, first, rank);
+    order_from_front(needs, count, colors, changes, skip, first, from_front);
+    if (skip >= 0) from_front[skip] = rank[skip];
+    if (order_cost(needs, count, colors, from_front) < order_cost(needs, count, colors, rank)) {
+        std::memcpy(rank, from_front, 256);
     }
 }
 
@@ -89,9 +199,10 @@ void order_by_need(uint64_t* needs, int count, int colors, const int64_t changes
 // i's place; the transparent entry first, then the colours by order_by_need().
 int rank_by_need(const qIImageBuffer* const* frames, int count, const qIColormap* palette,
                  qQuantizer mapping, unsigned char rank[256]) {
-    auto* needs = static_cast<uint64_t*>(q_calloc(static_cast<size_t>(count) * 4, 8));
+    auto* needs = static_cast<FrameNeed*>(q_calloc(static_cast<size_t>(count), sizeof(FrameNeed)));
     if (needs == nullptr) return ST_NO_MEMORY;
     int64_t changes[256] = {};
+    const int t = palette->min_t_index();
     qIndexImage indices[2];
     for (int f = 0; f < count; ++f) {
         qIndexImage& now = indices[f % 2];
@@ -100,18 +211,22 @@ int rank_by_need(const qIImageBuffer* const* frames, int count, const qIColormap
             q_free(needs);
             return rc;
         }
-        uint64_t* need = needs + static_cast<size_t>(f) * 4;
+        bool redraws = f == 0;
+        for (int y = 0; !redraws && y < now.size().height; ++y) {
+            const unsigned char* a = now.pixel_address(y, 0);
+            const unsigned char* b = before.pixel_address(y, 0);
+            for (int x = 0; x < now.size().width; ++x) redraws |= a[x] == t && b[x] != t;
+        }
         for (int y = 0; y < now.size().height; ++y) {
             const unsigned char* a = now.pixel_address(y, 0);
             const unsigned char* b = f > 0 ? before.pixel_address(y, 0) : nullptr;
             for (int x = 0; x < now.size().width; ++x) {
-                if (b && a[x] == b[x]) continue;
-                need[a[x] >> 6] |= uint64_t{1} << (a[x] & 63);
+                if (!redraws && a[x] == b[x]) continue;  // frame 0 redraws: b is not read
+                needs[f].add(a[x]);
                 ++changes[a[x]];
             }
         }
     }
-    const int t = palette->min_t_index();
     if (t >= 0) rank[t] = 0;
     order_by_need(needs, count, palette->num_colors(), changes, t, t >= 0 ? 1 : 0, rank);
     q_free(needs);
@@ -222,14 +337,17 @@ int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count,
     const qSize s = animation->size();
     const int64_t pixel_count = int64_t{s.width} * s.height;
     auto* palette_set = q_new<ExactPalette>();
-    auto* needs = static_cast<uint64_t*>(q_calloc(static_cast<size_t>(frames) * 4, 8));
+    auto* needs = static_cast<FrameNeed*>(q_calloc(static_cast<size_t>(frames), sizeof(FrameNeed)));
     auto* before = static_cast<uint32_t*>(q_malloc(static_cast<size_t>(pixel_count) * 4));
     int64_t changes[256] = {};
     bool fits = true, transparent = false;
     int rc = palette_set && needs && before ? ST_OK : ST_NO_MEMORY;
     if (rc == ST_OK) {
         rc = for_each_screen(animation, frames, [&](int f, const unsigned char* pixels) {
-            uint64_t* need = needs + static_cast<size_t>(f) * 4;
+            bool redraws = f == 0;
+            for (int64_t i = 0; !redraws && i < pixel_count; ++i) {
+                redraws = pixels[4 * i + 3] == 0 && before[i] >> 24 != 0;
+            }
             for (int64_t i = 0; fits && i < pixel_count; ++i) {
                 const uint32_t bgra = load_bgra(pixels + 4 * i);
                 const int index = bgra >> 24 == 0 ? -1 : palette_set->index_of(bgra);
@@ -237,8 +355,8 @@ int write_recut(qGifAnimation* animation, int frames, int delay, int loop_count,
                     transparent = true;
                 } else if (index < 0) {
                     fits = false;
-                } else if (f == 0 || bgra != before[i]) {
-                    need[index / 64] |= uint64_t{1} << (index % 64);
+                } else if (redraws || bgra != before[i]) {
+                    needs[f].add(index);
                     ++changes[index];
                 }
                 before[i] = bgra;

@@ -129,6 +129,31 @@ TEST(qGifOptimizerTest, TrueColourFramesOptimisedShowWhatThePlainFileShows) {
     }
 }
 
+// Frames of 4 x 4 blocks of 8 x 8 pixels; frame 2 changes blocks to colours a, b and e only, b
+// the rarest colour of all: the shared table must give those three entries 1-3 (2-bit codes).
+TEST(qGifOptimizerTest, PaletteOrderKeepsASmallFrameInTwoBitCodes) {
+    const char* blocks[] = {"aaaaaaaaaaaabcde", "cdecaaaaaaaaacde", "abeeaaaaaaaaacde"};
+    const qPixRA colours[] = {qtest::rgba(200, 0, 0), qtest::rgba(0, 200, 0), qtest::rgba(0, 0, 9),
+                              qtest::rgba(9, 9, 0), qtest::rgba(0, 9, 9)};
+    qDirectImage pictures[3];
+    const qIImageBuffer* frames[3];
+    for (int f = 0; f < 3; ++f) {
+        ASSERT_EQ(pictures[f].Create_buffer(qSize(32, 32), PT_BGRA32, nullptr), 0);
+        for (int i = 0; i < 32 * 32; ++i) {
+            const char block = blocks[f][i / 256 * 4 + i % 32 / 8];
+            std::memcpy(pictures[f].pixel_address(i / 32, i % 32), &colours[block - 'a'], 4);
+        }
+        frames[f] = &pictures[f];
+    }
+    qGifEncodeOptions options;
+    options.colors = 8;
+    Written plain, optimized;
+    write_plain_and_optimized(frames, nullptr, 3, options, plain, optimized);
+    const qIImageBuffer* small = optimized.animation.frame(2)->image();
+    ASSERT_EQ(small->size(), qSize(32, 8));
+    for (int i = 0; i < 32 * 8; ++i) EXPECT_LT(small->pixel_address(i / 32, i % 32)[0], 4);
+}
+
 // Two frames whose colours have nothing in common, on 16 colours: their own tables serve them
 // better than one shared palette, and auto mode finds that out; in every mode the optimised
 // file shows what the plain one shows (a transparent pixel gives both the same palettes).
