@@ -67,12 +67,26 @@ public:
     void consume(int n);
 
 private:
-    // The hash has eight slots per entry, so probes rarely go on. It starts small (a picture of
-    // long runs makes few strings, and a small table is quick to set up) and doubles as the
-    // strings come, up to eight times the full table.
-    static constexpr int kHashBits = 15;
-    static constexpr int kHashSlots = 1 << kHashBits;
-    static constexpr uint32_t kFirstSlots = 1024;
+    // The string table is a cuckoo hash of two halves: a string lives either in slot h1 of the
+    // first half or in slot h2 of the second, so a look-up is two loads and two compares, with
+    // no probing and nothing to guess. Each half starts small (a picture of long runs makes few
+    // strings, and a small table is quick to set up) and doubles as the strings come, up to
+    // 8192 and 4096 slots (48 kB, which stays in the first-level cache): three times the full
+    // table, so an insert rarely has to move another string to its other slot.
+    static constexpr int kHalfBits = 13;
+    static constexpr uint32_t kMaxHalf = 1u << kHalfBits;
+    static constexpr uint32_t kFirstHalf = 1024;
+    // After the halves in table_, 256 words each, per index: its key with prefix 0 (index << 24
+    // | the clear code << 12) and its hash in each half (slot = prefix XOR hash; prefixes stay
+    // below half_, so slots do too; the second half's hashes include its start).
+    static constexpr uint32_t kMaxSecondHalf = 4096;
+    uint32_t second_half() const { return half_ < kMaxSecondHalf ? half_ : kMaxSecondHalf; }
+    static constexpr uint32_t kKeyBaseAt = kMaxHalf + kMaxSecondHalf;
+    static constexpr uint32_t kFirstHashAt = kKeyBaseAt + 256;
+    static constexpr uint32_t kSecondHashAt = kFirstHashAt + 256;
+    static constexpr uint32_t kTableWords = kSecondHashAt + 256;
+    // Longest chain of strings an insert moves before it rehashes with new hash functions.
+    static constexpr int kMaxMoves = 64;
     static constexpr uint32_t kNoPrefix = 0xFFFFFFFFu;
 
     // Longest strings of one index whose codes run_codes_ keeps (256 of them per index).
@@ -81,8 +95,12 @@ private:
     // One piece of indices whose output room is already reserved: runs of one index go to
     // encode_repeats(), the rest to encode_distinct().
     void encode_run(const unsigned char* indices, int count);
-    // Encodes up to `count` indices (fewer once the table is full); returns how many.
-    int encode_distinct(const unsigned char* indices, int count);
+    // How many of the `count` indices at `at` come before a run of one index (a run of 9 or
+    // more: it then starts with its second index).
+    static int distinct_span(const unsigned char* at, int count);
+    // Encodes `count` indices, no more than the codes left before the code width or the hash
+    // size changes.
+    void encode_distinct(const unsigned char* indices, int count);
     // `count` more indices equal to `index`.
     void encode_repeats(uint32_t index, int count);
     // Whether the 8 indices at `at` all equal `index`.
@@ -94,20 +112,49 @@ private:
     // One index the plain way (any table state).
     void step(uint32_t index);
     void put_code(uint32_t code);
-    // Looks up the string `key`; true when present. `slot` is then its slot, else the empty
-    // slot where it would go.
-    bool find(uint32_t key, uint32_t& slot) const;
-    // The prefix code XOR a scrambled index (Fibonacci hashing of the index alone). The index is
-    // known early, so the only step that waits for the previous look-up is the XOR.
-    uint32_t slot_of(uint32_t prefix, uint32_t index) const {
-        return (prefix ^ (index * 0x9E3779B1u) >> (32 - kHashBits)) & slot_mask_;
+    // The key of the string `prefix` + `index` (a word with code 0), and back.
+    uint32_t key_of(uint32_t prefix, uint32_t index) const {
+        return prefix << 12 ^ table_[kKeyBaseAt + index];
     }
-    // Doubles the hash once its entries reach an eighth of it.
-    void grow_table();
+    // The slots of the string `prefix` + `index` in the two halves.
+    uint32_t first_slot(uint32_t prefix, uint32_t index) const {
+        return prefix ^ table_[kFirstHashAt + index];
+    }
+    uint32_t second_slot(uint32_t prefix, uint32_t index) const {
+        return prefix ^ table_[kSecondHashAt + index];
+    }
+    uint32_t prefix_of(uint32_t word) const { return (word >> 12 ^ clear_code_) & 0xFFF; }
+    static uint32_t index_of(uint32_t word) { return word >> 24; }
+    static uint32_t code_of(uint32_t word) { return word & 0xFFF; }
+    // Whether `word` holds the string of `key`.
+    static bool holds(uint32_t word, uint32_t key) { return (word ^ key) < 4096; }
+    // The table word of the string `prefix` + `index`, or null.
+    const uint32_t* find(uint32_t prefix, uint32_t index) const {
+        const uint32_t key = key_of(prefix, index);
+        const uint32_t* first = table_ + first_slot(prefix, index);
+        if (holds(*first, key)) return first;
+        const uint32_t* second = table_ + second_slot(prefix, index);
+        return holds(*second, key) ? second : nullptr;
+    }
+    // Adds a table word (key | code) whose string is not in the table.
+    void insert(uint32_t word);
+    // Puts `word` into its first slot and each word pushed out into its other one, for up to
+    // kMaxMoves words. False when one is still out then; `word` holds it.
+    bool place(uint32_t& word);
+    // Moves every word and `extra` to their slots under hash functions of a new seed, until
+    // all fit.
+    void rehash(uint32_t extra);
+    // Doubles the halves (the second up to kMaxSecondHalf).
+    void grow();
+    // Of the `size` slots at `part`, moves the words whose hash (at hashes_at) has bit `size`
+    // set up by `size`.
+    void split(uint32_t* part, uint32_t size, uint32_t hashes_at);
+    // The hash functions of seed_ for halves of half_ slots.
+    void set_hashes();
     void set_grow_at();
     // After a code was written for a string that `index` does not continue: the table entry
-    // (prefix + index) goes into `slot`, or the full table is cleared or kept.
-    void add_entry(uint32_t key, uint32_t slot);
+    // (prefix + index) is added, or the full table is cleared or kept.
+    void add_entry(uint32_t key);
     bool valid_run(const unsigned char* indices, int count) const;
     void reset_table();
     // Deferred clear, once per code written with the full table: true when the window that
@@ -115,19 +162,20 @@ private:
     bool window_says_clear();
     bool reserve(int64_t extra);
 
-    // One word per slot: the string's code in the top 12 bits, its key (prefix << 8 | index) in
-    // the low 20. kEmpty has no code: codes with entries start at 6.
+    // One word per slot: the string's key in the top 20 bits (the prefix XOR the clear code,
+    // then the index above it) and its code in the low 12. Prefixes are never the clear code, so
+    // no key is zero and an empty slot holds zero.
     static constexpr uint32_t kEmpty = 0;
-    static constexpr uint32_t kKeyMask = 0xFFFFFu;
-    // Both from one heap block made by the first begin() (136 kB: too big for the stack).
+    // The halves (half_ and second_half() slots in use) with the words per index after them,
+    // and the arrays below, come from one heap block made by the first begin() (188 kB: too big
+    // for the stack).
     uint32_t* table_ = nullptr;
-    uint32_t slot_mask_ = 0;  // slots in use - 1
-    uint32_t grow_at_ = 0;    // the next code at which the hash grows
-    // The slot of each code's entry, so a reset empties only the slots in use.
-    uint16_t* slot_of_code_ = nullptr;
+    uint32_t half_ = 0;
+    uint32_t grow_at_ = 0;  // the next code at which the hash grows
+    uint32_t seed_ = 0;
     uint32_t first_code_ = 0;  // the first code with an entry in the table
     // run_codes_[c * kRunChain + k]: the code of k + 1 times index c, for k < run_known_[c]
-    // (the block's third part; zero lengths known after each reset).
+    // (the block's second part; zero lengths known after each reset).
     uint16_t* run_codes_ = nullptr;
     uint16_t run_known_[256] = {};
     // run_length_[code]: k when the code's string might be k times one index (checked against

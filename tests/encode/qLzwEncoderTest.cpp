@@ -36,18 +36,21 @@ Bytes decode(const Bytes& codes, int m, size_t n) {
 
 // Index streams that stress the table: long runs (long strings, slow growth), noise (every
 // pair new: the table fills after about 4096 indices and is cleared again and again), a
-// repeated short cycle, and a ramp that walks the whole alphabet.
+// repeated short cycle, a ramp that walks the whole alphabet, and the digits of counting
+// (every string of a few indices: each code gets every next index, so the strings crowd the
+// same slots of the string table).
 Bytes stream(const char* kind, int m, size_t n, std::mt19937& rng) {
     Bytes out(n);
     const int alphabet = 1 << m;
     std::uniform_int_distribution<int> symbol(0, alphabet - 1);
     for (size_t i = 0; i < n; ++i) {
         const std::string k = kind;
-        const int v = k == "runs"    ? static_cast<int>(i / 977) % alphabet
-                      : k == "noise" ? symbol(rng)
-                      : k == "cycle" ? static_cast<int>(i % 5) % alphabet
-                      : k == "flat"  ? 1
-                                     : static_cast<int>(i) % alphabet;
+        const int v = k == "runs"     ? static_cast<int>(i / 977) % alphabet
+                      : k == "noise"  ? symbol(rng)
+                      : k == "cycle"  ? static_cast<int>(i % 5) % alphabet
+                      : k == "flat"   ? 1
+                      : k == "digits" ? static_cast<int>(i / 4 >> (i % 4 * m)) % alphabet
+                                      : static_cast<int>(i) % alphabet;
         out[i] = static_cast<unsigned char>(v);
     }
     return out;
@@ -56,7 +59,7 @@ Bytes stream(const char* kind, int m, size_t n, std::mt19937& rng) {
 TEST(qLzwEncoderTest, MatchesThePlainEncoderAndDecodesBack) {
     std::mt19937 rng(11);
     for (int m = 2; m <= 8; ++m) {
-        for (const char* kind : {"runs", "noise", "cycle", "ramp", "flat"}) {
+        for (const char* kind : {"runs", "noise", "cycle", "ramp", "flat", "digits"}) {
             for (size_t n : {size_t{1}, size_t{2}, size_t{5000}, size_t{70000}}) {
                 SCOPED_TRACE(testing::Message() << "m " << m << " " << kind << " n " << n);
                 const Bytes input = stream(kind, m, n, rng);
