@@ -2,13 +2,16 @@
 // byte 1 the width (1..64), byte 2 flags (interlaced, deferred clear, local table, a graphic
 // control); the rest are the indices, taken modulo the palette size and repeated to fill the
 // image (the height is what the rest needs, 1..64 rows). The image is written, read back and
-// must give the same indices, rectangle, flags and control values.
+// must give the same indices, rectangle, flags and control values. With flag 128 the rest is a
+// GIF instead: whatever the reader keeps of it (browser rules, frames without pixels included)
+// is written again as read, and reading that back gives the same frames.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
+#include "qimg/core/qStatus.h"
 #include "qimg/encode/qGifWriter.h"
 #include "qimg/encode/qMemoryW.h"
 #include "qimg/gif/qGifAnimation.h"
@@ -27,10 +30,47 @@ void check(bool ok, const char* what) {
     }
 }
 
+// Rewrites a hostile GIF as read: refused only as bad arguments (nothing to write, a frame
+// without colours), else every frame with pixels comes back with its rectangle and indices.
+void rewrite_as_read(const uint8_t* data, size_t size) {
+    qGifReadOptions options;
+    options.browser_rules = true;
+    options.max_total_bytes = 1 << 24;  // writing is slower than reading declared pixels
+    qGifAnimation animation;
+    qMemoryR source(data, size);
+    animation.read(&source, nullptr, options);
+    qMemoryW sink;
+    qGifWriter writer;
+    const int rc = writer.write(&animation, &sink, nullptr);
+    check(rc == 0 || rc == ST_BAD_ARGUMENT, "status of a rewrite");
+    if (rc != 0) return;
+    qGifAnimation again;
+    qMemoryR written(sink.data(), static_cast<size_t>(sink.size()));
+    check(again.read(&written, nullptr, options) == 0, "rewrite read back");
+    check(again.num_frames() == animation.num_frames(), "rewritten frame count");
+    for (int f = 0; f < again.num_frames(); ++f) {
+        const qGifFrame* before = animation.frame(f);
+        const qGifFrame* after = again.frame(f);
+        if (before->image() == nullptr) continue;  // written as one transparent pixel
+        const qRect r = before->frame_rect();
+        check(after->frame_rect() == r && after->image() != nullptr, "rewritten rectangle");
+        for (int y = 0; y < r.height; ++y) {
+            for (int x = 0; x < r.width; ++x) {
+                check(*after->image()->pixel_address(y, x) == *before->image()->pixel_address(y, x),
+                      "rewritten index");
+            }
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 4) return 0;
+    if (data[2] & 128) {
+        rewrite_as_read(data + 3, size - 3);
+        return 0;
+    }
     const int colors = data[0] + 1;
     const int width = data[1] % 64 + 1;
     const uint8_t flags = data[2];
